@@ -92,6 +92,14 @@ std::vector<LogMessage> GeneratorRun::Messages() const {
     return messages;
 }
 
+std::vector<std::string> GeneratorRun::MessageTexts() const {
+    std::vector<std::string> texts;
+    for (const LogMessage& message : Messages()) {
+        texts.push_back(message.file + ": " + message.text);
+    }
+    return texts;
+}
+
 GeneratorEndToEnd::GeneratorEndToEnd() : state_("vela-e2e"), box_(state_.Path()) {
     box_.BindReadOnly(VELA_BUILD_DIR);
     box_.SetEnv("LD_PRELOAD", sandbox::PreloadList(VELA_SCRIPTED_LIBRARY));

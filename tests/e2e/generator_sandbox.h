@@ -41,6 +41,8 @@ struct GeneratorRun {
     std::vector<std::string> CallsOf(int pid) const;
     // The log messages, in arrival order, split at their prefix.
     std::vector<LogMessage> Messages() const;
+    // The same as "<file>: <text>", for comparing whole logs at once.
+    std::vector<std::string> MessageTexts() const;
 };
 
 class GeneratorEndToEnd : public ::testing::Test {
