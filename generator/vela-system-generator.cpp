@@ -21,6 +21,8 @@ using GeneratorTask = std::function<void()>;
 // The program name and the three generator directories.
 constexpr int EXPECTED_ARGC = 4;
 
+constexpr size_t TASK_COUNT = 5;
+
 // The selector that lists every unit.
 const std::string ALL_UNITS = "";
 
@@ -43,15 +45,18 @@ void PrintUsage(const char* programName) {
 }
 
 // The tasks in the order they are started; each owns copies of its arguments.
+// Built in place: a braced list would copy every bound unit list once more,
+// and every child of the reason task inherits what the parent holds.
 std::vector<GeneratorTask> BuildTaskList(const std::string& normalDir, const std::string& earlyDir,
                                          const UnitList& units) {
-    return {
-        std::bind(AddReasonDropIns, earlyDir),
-        std::bind(MaskUnsupportedUnits, earlyDir, units),
-        std::bind(AddStayAliveLinks, normalDir, units),
-        std::bind(AddPackDropIns, normalDir, units),
-        std::bind(EnableDefaultUnits, units),
-    };
+    std::vector<GeneratorTask> tasks;
+    tasks.reserve(TASK_COUNT);
+    tasks.emplace_back(std::bind(AddReasonDropIns, earlyDir));
+    tasks.emplace_back(std::bind(MaskUnsupportedUnits, earlyDir, units));
+    tasks.emplace_back(std::bind(AddStayAliveLinks, normalDir, units));
+    tasks.emplace_back(std::bind(AddPackDropIns, normalDir, units));
+    tasks.emplace_back(std::bind(EnableDefaultUnits, units));
+    return tasks;
 }
 
 // Starts every task in a child of its own without waiting in between. A task
