@@ -7,6 +7,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "temporary_dir.h"
 
@@ -32,19 +33,26 @@ protected:
     Sandbox box_;
 };
 
-TEST_F(SandboxRun, CapturesExitStatusAndBothStreams) {
-    RunResult result = Shell("echo out; echo err >&2; exit 7");
+TEST_F(SandboxRun, RunsAloneWithOnlyTheSetEnvironmentAndCatchesStatusAndStreams) {
+    box_.SetEnv("VELA_SCRIPT", "/.vela-test/script.json");
+    // In its own pid namespace bubblewrap's init is process 1, the command 2.
+    RunResult result = Shell("echo $$; env | sort; echo err >&2; exit 7");
     EXPECT_FALSE(result.timedOut);
     EXPECT_EQ(result.exitStatus, 7);
-    EXPECT_EQ(result.out, "out\n");
+    EXPECT_EQ(result.out, "2\nPATH=/usr/sbin:/usr/bin:/sbin:/bin\nPWD=/\nVELA_SCRIPT=/.vela-test/script.json\n");
     EXPECT_EQ(result.err, "err\n");
 }
 
-TEST_F(SandboxRun, PreparedFilesAreVisibleInside) {
+TEST_F(SandboxRun, PreparedAndControlFilesAreSeenInsideAndTheControlDirectoryOutside) {
     box_.WriteFile("/usr/vela/etc/unit-support.conf", "A=yes\n");
     box_.WriteFile("/.old_patch_info/VERSION", "7\n");
-    RunResult result = Shell("cat /usr/vela/etc/unit-support.conf /.old_patch_info/VERSION");
-    EXPECT_EQ(result.out, "A=yes\n7\n") << result.err;
+    std::ofstream(box_.ControlHostPath("script.json")) << "{}";
+    RunResult result = Shell("cat /usr/vela/etc/unit-support.conf /.old_patch_info/VERSION /.vela-test/script.json"
+                             " && echo line >> /.vela-test/record");
+    EXPECT_EQ(result.out, "A=yes\n7\n{}") << result.err;
+    std::ostringstream record;
+    record << std::ifstream(box_.ControlHostPath("record")).rdbuf();
+    EXPECT_EQ(record.str(), "line\n");
 }
 
 TEST_F(SandboxRun, WritesInsideLandInTheStateDirectory) {
@@ -58,17 +66,14 @@ TEST_F(SandboxRun, WritesInsideLandInTheStateDirectory) {
     EXPECT_EQ(box_.Snapshot("/tmp").count("t"), 1u);
 }
 
-TEST_F(SandboxRun, HostOutsidePrivatePathsIsReadOnly) {
+TEST_F(SandboxRun, TheHostIsReadOnlyAndItsSystemConfigurationHidden) {
     RunResult result = Shell("for p in /usr/vela-probe /etc/vela-probe /vela-probe /usr/bin/vela-probe; do "
-                             "touch $p 2>/dev/null || echo refused; done");
-    EXPECT_EQ(result.out, "refused\nrefused\nrefused\nrefused\n");
+                             "touch $p 2>/dev/null || echo refused; done; "
+                             "ls -A /etc/systemd /etc/velasystemd /var /tmp; test -e /etc/passwd && echo passwd");
+    EXPECT_EQ(result.out, "refused\nrefused\nrefused\nrefused\n"
+                          "/etc/systemd:\n\n/etc/velasystemd:\n\n/tmp:\n\n/var:\npasswd\n");
     EXPECT_FALSE(std::filesystem::exists("/usr/vela-probe"));
     EXPECT_FALSE(std::filesystem::exists("/etc/vela-probe"));
-}
-
-TEST_F(SandboxRun, HostSystemConfigurationIsHidden) {
-    RunResult result = Shell("ls -A /etc/systemd /etc/velasystemd /var /tmp; test -e /etc/passwd && echo passwd");
-    EXPECT_EQ(result.out, "/etc/systemd:\n\n/etc/velasystemd:\n\n/tmp:\n\n/var:\npasswd\n");
 }
 
 TEST_F(SandboxRun, CatchesSyslogLinesWithPriorityIdentAndMessage) {
@@ -80,21 +85,6 @@ TEST_F(SandboxRun, CatchesSyslogLinesWithPriorityIdentAndMessage) {
     EXPECT_EQ(result.log[1].message, "x.cpp:12 velasystemd: second");
 }
 
-TEST_F(SandboxRun, EnvironmentHoldsOnlyWhatWasSet) {
-    box_.SetEnv("VELA_SCRIPT", "/.vela-test/script.json");
-    RunResult result = Shell("env | sort");
-    EXPECT_EQ(result.out, "PATH=/usr/sbin:/usr/bin:/sbin:/bin\nPWD=/\nVELA_SCRIPT=/.vela-test/script.json\n");
-}
-
-TEST_F(SandboxRun, ControlDirectoryIsSharedWithTheHost) {
-    std::ofstream(box_.ControlHostPath("script.json")) << "{}";
-    RunResult result = Shell("cat /.vela-test/script.json && echo line >> /.vela-test/record");
-    EXPECT_EQ(result.out, "{}");
-    std::ifstream record(box_.ControlHostPath("record"));
-    std::string line;
-    EXPECT_TRUE(std::getline(record, line) && line == "line");
-}
-
 TEST_F(SandboxRun, TimeLimitKillsTheRun) {
     box_.SetTimeLimit(std::chrono::milliseconds(300));
     auto start = std::chrono::steady_clock::now();
@@ -103,35 +93,27 @@ TEST_F(SandboxRun, TimeLimitKillsTheRun) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
-TEST_F(SandboxRun, RunsInItsOwnPidNamespace) {
-    // bubblewrap's init is process 1, the command process 2.
-    RunResult result = Shell("echo $$");
-    EXPECT_EQ(result.out, "2\n");
-}
-
-TEST_F(SandboxRun, UnitFilesGoIntoAPrivateUnitDirectory) {
+TEST_F(SandboxRun, UnitFilesGoIntoPrivateUnitDirectoriesWithLinksKept) {
     box_.InstallUnitFile("a.service", "[Unit]\nDescription=A\n", "/usr/lib/systemd/system");
-    box_.InstallUnitFile("b.target", "[Unit]\n");
-    RunResult result = Shell("ls /usr/lib/systemd/system /etc/systemd/system; test -d /usr/lib/x86_64-linux-gnu && "
-                             "echo libs");
-    EXPECT_EQ(result.out, "/etc/systemd/system:\nb.target\n\n/usr/lib/systemd/system:\na.service\nlibs\n");
-}
-
-TEST_F(SandboxRun, UnitDirectoryCopiesKeepLinks) {
     TemporaryDir units("sandbox-units");
-    std::ofstream(units.Path() + "/a.service") << "[Unit]\n";
+    std::ofstream(units.Path() + "/b.target") << "[Unit]\n";
     std::filesystem::create_directory(units.Path() + "/x.target.wants");
-    std::filesystem::create_symlink("../a.service", units.Path() + "/x.target.wants/a.service");
+    std::filesystem::create_symlink("../b.target", units.Path() + "/x.target.wants/b.target");
     box_.InstallUnitFiles(units.Path());
-    TreeSnapshot expected = {{"a.service", File("[Unit]\n")},
-                             {"x.target.wants", Dir()},
-                             {"x.target.wants/a.service", Link("../a.service")}};
+    RunResult result = Shell("ls /etc/systemd/system /usr/lib/systemd/system; "
+                             "test -d /usr/lib/x86_64-linux-gnu && echo libs");
+    EXPECT_EQ(result.out,
+              "/etc/systemd/system:\nb.target\nx.target.wants\n\n/usr/lib/systemd/system:\na.service\nlibs\n");
     TreeSnapshot actual = box_.Snapshot(Sandbox::SYSTEM_UNIT_DIR);
-    actual["a.service"].mode = 0644;  // the copy keeps the umask-dependent mode of the source
-    EXPECT_EQ(sandbox::DiffTrees(expected, actual), "");
+    actual["b.target"].mode = 0644;  // the copy keeps the umask-dependent mode of the source
+    EXPECT_EQ(sandbox::DiffTrees({{"b.target", File("[Unit]\n")},
+                                  {"x.target.wants", Dir()},
+                                  {"x.target.wants/b.target", Link("../b.target")}},
+                                 actual),
+              "");
 }
 
-TEST(SandboxPaths, HostPathOnlyForPrivatePaths) {
+TEST(SandboxPaths, HostPathsOnlyForPrivatePathsAndEmptyGeneratorDirectories) {
     TemporaryDir state("sandbox-test");
     Sandbox box(state.Path());
     EXPECT_EQ(box.HostPath("/usr/vela/etc/x"), state.Path() + "/root/usr/vela/etc/x");
@@ -139,11 +121,6 @@ TEST(SandboxPaths, HostPathOnlyForPrivatePaths) {
     EXPECT_THROW(box.HostPath("/usr/velax"), std::invalid_argument);
     EXPECT_THROW(box.HostPath("/etc/passwd"), std::invalid_argument);
     EXPECT_EQ(Sandbox::ControlPath("record"), "/.vela-test/record");
-}
-
-TEST(SandboxPaths, GeneratorDirectoriesStartEmpty) {
-    TemporaryDir state("sandbox-test");
-    Sandbox box(state.Path());
     EXPECT_EQ(sandbox::DiffTrees({{"generator", Dir()}, {"generator.early", Dir()}, {"generator.late", Dir()}},
                                  box.Snapshot("/run/systemd")),
               "");

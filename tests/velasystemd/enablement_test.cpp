@@ -84,18 +84,6 @@ TEST_F(Enablement, StatusIsReadAfreshAtEveryCall) {
     EXPECT_EQ(model.EnableStatusGet("d.service"), 1) << "base made again";
 }
 
-TEST_F(Enablement, ChangesRightAfterAQueryAreSeen) {
-    Unit("d.service", UnitText("", WANTED));
-    velasystemd::UnitModel model(root_);
-    for (int round = 0; round < 20; ++round) {
-        const std::string wants = ETC + "/t" + std::to_string(round) + ".target.wants";
-        ASSERT_EQ(model.EnableStatusGet("d.service"), 0) << round;
-        Link(wants + "/d.service", FileOf("d.service"));
-        ASSERT_EQ(model.EnableStatusGet("d.service"), 1) << round;
-        fs::remove_all(Path(wants));
-    }
-}
-
 TEST_F(Enablement, ForkedProcessesEachSeeEveryChange) {
     Unit("p.service", UnitText("", WANTED));
     Unit("c.service", UnitText("", WANTED));

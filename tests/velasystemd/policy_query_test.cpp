@@ -27,17 +27,29 @@ class PolicyQuery : public UnitTree {
     }
 };
 
-TEST_F(PolicyQuery, SupportFollowsTheTable) {
+TEST_F(PolicyQuery, SupportFollowsTheTableAndFailureCodesTellTheCasesApart) {
     Write(SUPPORT_TABLE, "# machine\nwifi=yes\nbt=no\n");
     Unit("w.service", UnitText("SupportKey=wifi\n"));
     Unit("b.service", UnitText("SupportKey=bt\n"));
     Unit("n.service", UnitText("SupportKey=nfc\n"));
     Unit("any.service", UnitText("DefaultEnable=yes\n"));
+    Unit("plain.service", UnitText(""));
+    Unit("bad.service", UnitText("SupportKey=wifi\nDefaultEnable=sometimes\n"));
+    Unit("broken.service", "[Unit\n[X-Vela]\nSupportKey=wifi\n");
+    Unit("huge.service", UnitText("SupportKey=wifi\n") + std::string(5 << 20, '#'));
+    Link(std::string(ETC_UNITS) + "/masked-only.service", "/dev/null");
     velasystemd::UnitModel model(root_);
     EXPECT_EQ(SupportOf(model, "w.service"), 1);
     EXPECT_EQ(SupportOf(model, "b.service"), 0);
     EXPECT_EQ(SupportOf(model, "n.service"), 0) << "a name missing from the table is unsupported";
     EXPECT_EQ(SupportOf(model, "any.service"), 1) << "no SupportKey: supported everywhere";
+    EXPECT_EQ(SupportOf(model, "plain.service"), VLIBC_ERR_NO_POLICY);
+    EXPECT_EQ(SupportOf(model, "masked-only.service"), VLIBC_ERR_NO_POLICY);
+    EXPECT_EQ(SupportOf(model, "missing.service"), VLIBC_ERR_NO_SUCH_UNIT);
+    EXPECT_EQ(SupportOf(model, "not a unit"), VLIBC_ERR_NO_SUCH_UNIT);
+    EXPECT_EQ(SupportOf(model, "bad.service"), VLIBC_ERR_UNIT_UNREADABLE);
+    EXPECT_EQ(SupportOf(model, "broken.service"), VLIBC_ERR_UNIT_UNREADABLE);
+    EXPECT_EQ(SupportOf(model, "huge.service"), VLIBC_ERR_UNIT_UNREADABLE);
 }
 
 TEST_F(PolicyQuery, UnreadableTableIsAFailureNotAnAnswer) {
@@ -49,23 +61,6 @@ TEST_F(PolicyQuery, UnreadableTableIsAFailureNotAnAnswer) {
     Write(SUPPORT_TABLE, "wifi=no\nbroken line\n");
     velasystemd::UnitModel malformed(root_);
     EXPECT_EQ(SupportOf(malformed, "w.service"), VLIBC_ERR_SUPPORT_TABLE);
-}
-
-TEST_F(PolicyQuery, FailureCodesTellTheCasesApart) {
-    Write(SUPPORT_TABLE, "wifi=yes\n");
-    Unit("plain.service", UnitText(""));
-    Unit("bad.service", UnitText("SupportKey=wifi\nDefaultEnable=sometimes\n"));
-    Unit("broken.service", "[Unit\n[X-Vela]\nSupportKey=wifi\n");
-    Unit("huge.service", UnitText("SupportKey=wifi\n") + std::string(5 << 20, '#'));
-    Link(std::string(ETC_UNITS) + "/masked-only.service", "/dev/null");
-    velasystemd::UnitModel model(root_);
-    EXPECT_EQ(SupportOf(model, "plain.service"), VLIBC_ERR_NO_POLICY);
-    EXPECT_EQ(SupportOf(model, "masked-only.service"), VLIBC_ERR_NO_POLICY);
-    EXPECT_EQ(SupportOf(model, "missing.service"), VLIBC_ERR_NO_SUCH_UNIT);
-    EXPECT_EQ(SupportOf(model, "not a unit"), VLIBC_ERR_NO_SUCH_UNIT);
-    EXPECT_EQ(SupportOf(model, "bad.service"), VLIBC_ERR_UNIT_UNREADABLE);
-    EXPECT_EQ(SupportOf(model, "broken.service"), VLIBC_ERR_UNIT_UNREADABLE);
-    EXPECT_EQ(SupportOf(model, "huge.service"), VLIBC_ERR_UNIT_UNREADABLE);
 }
 
 TEST_F(PolicyQuery, EveryQueryFailsAlikeWithoutPolicy) {

@@ -39,15 +39,18 @@ TEST_F(UnitListing, ListsValidNamesOnceInByteOrder) {
     EXPECT_EQ(List("target"), Names{"a.target"});
 }
 
-TEST_F(UnitListing, HigherDirectoryWins) {
+TEST_F(UnitListing, TheHighestDirectoryHoldingANameGivesItsPath) {
     Write(std::string(VENDOR_UNITS) + "/a.service", UnitText(""));
     Write(std::string(ETC_UNITS) + "/a.service", UnitText(""));
     Write(std::string(VENDOR_UNITS) + "/b.service", UnitText(""));
     Write(std::string(LOCAL_UNITS) + "/b.service", UnitText(""));
     Write(std::string(RUN_UNITS) + "/b.service", UnitText(""));
+    Write("/etc/systemd/c.service", UnitText(""));  // what "../c.service" would reach
     velasystemd::UnitModel model(root_);
     EXPECT_EQ(model.UnitPathGet("a.service"), Path(ETC_UNITS) + "/a.service");
     EXPECT_EQ(model.UnitPathGet("b.service"), Path(RUN_UNITS) + "/b.service");
+    EXPECT_THROW(model.UnitPathGet("c.service"), std::runtime_error);
+    EXPECT_THROW(model.UnitPathGet("../c.service"), std::runtime_error);
 }
 
 TEST_F(UnitListing, SameDirectoryUnderTwoNamesIsScannedOnce) {
@@ -110,13 +113,6 @@ TEST_F(UnitListing, MasksAreListedAndHideNoFileFromPolicy) {
     EXPECT_TRUE(model.PackedInGet("m.service", packs));
     EXPECT_EQ(packs, Names{"p.target"});
     EXPECT_THROW(model.UnitPathGet("only-mask.service"), std::runtime_error);
-}
-
-TEST_F(UnitListing, UnitPathOfAnUnknownUnitThrows) {
-    Write(std::string(VENDOR_UNITS) + "/a.service", UnitText(""));
-    velasystemd::UnitModel model(root_);
-    EXPECT_THROW(model.UnitPathGet("b.service"), std::runtime_error);
-    EXPECT_THROW(model.UnitPathGet("../a.service"), std::runtime_error);
 }
 
 TEST_F(UnitListing, UnlistableDirectoryFailsTheListing) {
