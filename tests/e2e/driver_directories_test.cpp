@@ -13,8 +13,6 @@ using sandbox::File;
 using sandbox::Link;
 using sandbox::Sandbox;
 
-const char* const REASON_DROP_IN = "/run/velasystemd/reason-conf/vela-reason.conf";
-
 bool WasCalled(const GeneratorRun& run, const std::string& text) {
     for (const scripted::Call& call : run.calls) {
         if (call.text == text) {

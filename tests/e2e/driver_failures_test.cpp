@@ -10,8 +10,6 @@ namespace {
 
 using sandbox::Sandbox;
 
-const char* const LIST_UNITS = "VELASystemdListUnits()";
-const char* const FORK = "VLIBCProcForkEx(187)";
 // The error state is read line first, then file, then code.
 const std::vector<std::string> ERROR_STATE_READ = {"VLIBCErrorGetLine()", "VLIBCErrorGetFile()", "VLIBCErrGet()"};
 

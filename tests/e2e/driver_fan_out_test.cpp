@@ -14,11 +14,6 @@ using sandbox::File;
 using sandbox::Link;
 using sandbox::Sandbox;
 
-const char* const LIST_UNITS = "VELASystemdListUnits()";
-const char* const FORK = "VLIBCProcForkEx(187)";
-const char* const REASON_DROP_IN = "/run/velasystemd/reason-conf/vela-reason.conf";
-const char* const REASON_CONTENT = "[Service]\nExecStartPre=/usr/vela/bin/velasystemctl check-service-reason %n\n";
-
 // The first platform call of each task, in task order, for a unit list that
 // starts with a.service.
 const std::vector<std::string>& TaskSignatures() {

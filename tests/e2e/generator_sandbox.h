@@ -13,6 +13,13 @@
 
 namespace e2e {
 
+// Record lines and paths that the end-to-end tests look for.
+constexpr const char* LIST_UNITS = "VELASystemdListUnits()";
+constexpr const char* FORK = "VLIBCProcForkEx(187)";
+constexpr const char* REASON_DROP_IN = "/run/velasystemd/reason-conf/vela-reason.conf";
+constexpr const char* REASON_CONTENT =
+    "[Service]\nExecStartPre=/usr/vela/bin/velasystemctl check-service-reason %n\n";
+
 // The generator's driver source file, as log lines name it.
 extern const char* const DRIVER_SOURCE;
 // The name glibc gives the generator's syslog lines.
