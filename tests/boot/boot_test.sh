@@ -94,11 +94,7 @@ check_isolate() {
 
 check_daemon-reload() { ctl daemon-reload; }
 
-check_program() {
-  local runs
-  runs=$(inside grep -cxF "$*" $PROGRAM_RECORD)
-  [ "$runs" = 1 ] || fail "ran ${runs:-0} times"
-}
+check_program() { [ "$(inside grep -cxF "$*" $PROGRAM_RECORD)" = 1 ] || fail "did not run once"; }
 
 # The generator's messages at priority err, without "file:line velasystemd: ".
 generator_errors() {
@@ -112,25 +108,22 @@ check_logged() {
   fail "logged: $(generator_errors)"
 }
 
-check_quiet() {
-  local found
-  found=$(inside journalctl -q -b -o cat | grep -E "$COMPLAINTS") && fail "the manager complained: $found"
-}
+check_quiet() { ! inside journalctl -q -b -o cat | grep -E "$COMPLAINTS" || fail "the manager complained"; }
 
 if [ "${1:-}" = --check ]; then
-  while read -r kind args; do
+  while read -r kind args <&3; do
     case "$kind" in "" | "#"*) continue ;; esac
     check="$kind $args"
     check_$kind $args  # unit names have no blanks: split on purpose
-  done <"$2"
+  done 3<"$2"
   echo "$(basename "$2"): $failures failed"
   exit $((failures > 0))
 fi
 
 status=0
 for boot in ordinary upgrade; do
-  "$top/scripts/boot.sh" --build "$1" $([ $boot = ordinary ] || echo --upgrade) -- \
-    "$here/boot_test.sh" --check "$here/$boot.boot"
+  upgrade=() && [ $boot = ordinary ] || upgrade=(--upgrade)
+  "$top/scripts/boot.sh" --build "$1" "${upgrade[@]}" -- "$here/boot_test.sh" --check "$here/$boot.boot"
   case $? in 0) ;; "$CANNOT_RUN") exit $CANNOT_RUN ;; *) status=1 ;; esac
 done
 exit $status
