@@ -16,6 +16,7 @@ if [ "$1" != --inside ]; then
   for tool in dpkg unshare chroot systemd-analyze man; do
     command -v "$tool" >/dev/null || skip "$tool is not installed"
   done
+  unshare --mount --pid --fork true 2>/dev/null || skip "cannot make private mount and PID namespaces here"
   grep -qw overlay /proc/filesystems || modprobe overlay 2>/dev/null || skip "the kernel has no overlay file system"
   for package in "${PACKAGES[@]}"; do
     compgen -G "$1/${package}_*.deb" >/dev/null || skip "no ${package}_*.deb in $1: run scripts/build-packages.sh"
