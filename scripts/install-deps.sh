@@ -10,6 +10,7 @@ packages=(
   bubblewrap systemd
   clang libclang-rt-14-dev
   dpkg-dev file
+  build-essential debhelper man-db groff-base
 )
 
 missing=()

@@ -8,6 +8,9 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/install-deps.sh"
 
 "$top/scripts/build.sh" "$top/build"
+# The Debian packages for the install test (tests/install/), without their
+# debug-symbol packages and their own test run: neither is used there.
+DEB_BUILD_OPTIONS="nocheck noautodbgsym" "$top/scripts/build-packages.sh" "$top/build/packages"
 ctest --test-dir "$top/build" --output-on-failure -j "$(nproc)"
 
 if [ "${VELA_SKIP_SANITIZE:-0}" != 1 ]; then
