@@ -1,51 +1,38 @@
-// A client of the platform libraries that knows nothing but their
-// declarations. It is bound at load time (-z now), so it starts only when the
-// libraries export every operation under the name its declaration gives it:
-// the unit library's with C++ linkage, the core library's with plain C names.
+// A client of the platform libraries that knows nothing but their declarations.
+// Bound at load time (-z now), it starts only when the libraries export every
+// operation under its declared name: the unit library's with C++ linkage, the
+// core library's with plain C names. Then it asks the name rules and
+// UnitPathGet's exception through the shared library.
 #include <cstdio>
+#include <stdexcept>
 
 #include "core_library.h"
 #include "unit_library.h"
 
-namespace {
-
-template <typename Function>
-const void* AddressOf(Function* function) {
-    return reinterpret_cast<const void*>(function);
+template <typename... Operation>
+bool AllBound(Operation*... operations) {
+    return ((operations != nullptr) && ...);
 }
 
-}  // namespace
-
 int main() {
-    const void* const operations[] = {
-        AddressOf(&VELASystemdListUnits),
-        AddressOf(&VELASystemdIsSupportGet),
-        AddressOf(&VELASystemdIsDefaultEnableGet),
-        AddressOf(&VELASystemdPackedInGet),
-        AddressOf(&VELASystemdBelongsToGet),
-        AddressOf(&VELASystemdTargetCarriesGet),
-        AddressOf(&VELASystemdEnableStatusGetInGenerator),
-        AddressOf(&VELASystemdEnableInGenerator),
-        AddressOf(&VELASystemdDisableInGenerator),
-        AddressOf(&VELA::Systemd::NormalizedUnitNameGet),
-        AddressOf(&VELA::Systemd::IsEnableStatusChanged),
-        AddressOf(&VELA::Systemd::UnitTypeGet),
-        AddressOf(&VELA::Systemd::UnitPathGet),
-        AddressOf(&VELA::Systemd::ListServicesWithReason),
-        AddressOf(&VELA::Systemd::AddUnitSection),
-        AddressOf(&VELA::Systemd::LinkVelaReason),
-        AddressOf(&VLIBCErrGet),
-        AddressOf(&VLIBCErrorGetFile),
-        AddressOf(&VLIBCErrorGetLine),
-        AddressOf(&VLIBCProcForkEx),
-        AddressOf(&VLIBCExec),
-        AddressOf(&VLIBCFileTouch),
-    };
-    for (const void* operation : operations) {
-        if (operation == nullptr) {
-            return 1;
-        }
+    if (!AllBound(&VELASystemdListUnits, &VELASystemdIsSupportGet, &VELASystemdIsDefaultEnableGet,
+                  &VELASystemdPackedInGet, &VELASystemdBelongsToGet, &VELASystemdTargetCarriesGet,
+                  &VELASystemdEnableStatusGetInGenerator, &VELASystemdEnableInGenerator,
+                  &VELASystemdDisableInGenerator, &VELA::Systemd::IsEnableStatusChanged,
+                  &VELA::Systemd::ListServicesWithReason, &VELA::Systemd::AddUnitSection,
+                  &VELA::Systemd::LinkVelaReason, &VLIBCErrGet, &VLIBCErrorGetFile, &VLIBCErrorGetLine,
+                  &VLIBCProcForkEx, &VLIBCExec, &VLIBCFileTouch)) {
+        return 1;
     }
-    std::printf("%zu platform operations bound\n", sizeof operations / sizeof operations[0]);
+    if (VELA::Systemd::NormalizedUnitNameGet("ntpd") != "ntpd.service" ||
+        VELA::Systemd::UnitTypeGet("a.b.target") != "target") {
+        return 2;
+    }
+    try {
+        VELA::Systemd::UnitPathGet("no-such-unit-anywhere.service");
+        return 3;
+    } catch (const std::runtime_error&) {
+    }
+    std::puts("every platform operation bound and answering");
     return 0;
 }

@@ -1,0 +1,233 @@
+// The unit model on temporary unit trees: listing, policy queries, enable
+// state and its changes, enabling, and drop-in writing.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "core_library.h"
+#include "drop_in.h"
+#include "temp_dir.h"
+#include "unit_model.h"
+#include "velacore/error_state.h"
+
+namespace velasystemd {
+namespace {
+
+using Names = std::vector<std::string>;
+const std::string ETC = "/etc/systemd/system/";
+const std::string RUN = "/run/systemd/system/";
+const std::string LIB = "/usr/lib/systemd/system/";
+const std::string MARKS = "/etc/velasystemd/changed/";
+const std::string WANTED = "[Install]\nWantedBy=multi-user.target\n";
+
+class UnitModelTest : public TempDirTest {
+  protected:
+    // A unit file in /usr/lib: [Unit], `text`, and `policy` as [X-Vela] when given.
+    void Unit(const std::string& name, const std::string& text, const char* policy = nullptr) {
+        Write(LIB + name, "[Unit]\n" + text + (policy ? std::string("[X-Vela]\n") + policy : ""));
+    }
+    // The error code a failing call leaves; 0 when it succeeds.
+    template <typename Call>
+    int FailureOf(Call call) {
+        VLIBCErrSet(0, "", 0);
+        return call() ? 0 : VLIBCErrGet();
+    }
+    // A tree holding one unit of each kind the queries tell apart.
+    void WriteMixedTree() {
+        Write("/usr/vela/etc/unit-support.conf", "on=yes\noff=no\n");
+        Unit("on.service", WANTED, "SupportKey=on\nDefaultEnable=yes\nPackedIn=p.target\nCheckReason=yes\n");
+        Unit("off.service", "", "SupportKey=on\n");
+        Unit("unknown.socket", "", "SupportKey=other\nCheckReason=yes\n");
+        Unit("keyless.target", "", "StayAliveWhenIsolateToTargets=r.target\nStayAliveUnitsWhenIsolated=u.service\n");
+        Unit("plain.service", "[Install]\nRequiredBy=x.target\n");
+        Unit("bad.service", "", "DefaultEnable=1\n");
+        Unit("broken.service", "[Install\n", "");
+        Unit("a@.service", WANTED);
+        Write(ETC + "plain.service", "[Install]\nWantedBy=multi-user.target\n");  // shadows the vendor file
+        Write("/usr/local/lib/systemd/system/off.service", "[X-Vela]\nSupportKey=off\nCheckReason=yes\n");
+        Write("/lib/systemd/system/lib.service", "");
+        for (const char* junk : {"README", "b.service.d/x.conf", "c.service~"}) Write(ETC + junk, "");
+        Write("/run/systemd/generator/g.service", "");
+        Link(ETC + "alias.service", "../../../usr/lib/systemd/system/on.service");
+        Link(ETC + "off.service", "/dev/null");  // a mask keeps the answers of the file below
+        Link(RUN + "bare.service", "/dev/null");
+        Link(ETC + "dangling.service", "/nowhere.service");
+        Link(RUN + "x.target.requires/plain.service", Path(ETC + "plain.service"));
+        Write(ETC + "multi-user.target.wants/on.service", "a copy is not a link");
+    }
+};
+
+TEST_F(UnitModelTest, ListsValidNamesInByteOrderAndLocatesTheirFiles) {
+    WriteMixedTree();
+    UnitModel model(root_);
+    Names units;
+    ASSERT_TRUE(model.ListUnits(units, ""));
+    EXPECT_EQ(units, (Names{"a@.service", "bad.service", "bare.service", "broken.service", "keyless.target",
+                            "lib.service", "off.service", "on.service", "plain.service", "unknown.socket"}));
+    ASSERT_TRUE(model.ListUnits(units, "socket"));
+    EXPECT_EQ(units, Names{"unknown.socket"});
+    ASSERT_TRUE(model.ListServicesWithReason(units));
+    EXPECT_EQ(units, (Names{"off.service", "on.service"}));
+    EXPECT_EQ(model.UnitPathGet("plain.service"), Path(ETC + "plain.service"));
+    EXPECT_EQ(model.UnitPathGet("off.service"), Path("/usr/local/lib/systemd/system/off.service"));
+    EXPECT_EQ(fs::canonical(model.UnitPathGet("alias.service")), Path(LIB + "on.service"));
+    EXPECT_EQ(model.UnitPathGet("a@x.service"), Path(LIB + "a@.service"));
+    for (const char* none : {"bare.service", "x.service", "../on.service"}) {
+        EXPECT_THROW(model.UnitPathGet(none), std::runtime_error) << none;
+    }
+    fs::remove_all(Path("/lib"));
+    Link("/lib", "usr/lib");  // the same directory under a second name is read once
+    ASSERT_TRUE(UnitModel(root_).ListUnits(units, ""));
+    EXPECT_EQ(units.size(), 9u);
+    fs::remove_all(Path("/usr/local/lib/systemd/system"));
+    Write("/usr/local/lib/systemd/system", "a file where a directory belongs");
+    UnitModel broken(root_);
+    EXPECT_EQ(FailureOf([&] { return broken.ListUnits(units, ""); }), VLIBC_ERR_LIST_UNITS);
+}
+
+TEST_F(UnitModelTest, QueriesAnswerFromTheXVelaSectionAndTheLinks) {
+    WriteMixedTree();
+    UnitModel model(root_);
+    const struct {
+        const char* unit;
+        int failure;
+        bool supported;
+        int status;
+    } cases[] = {
+        {"on.service", 0, true, 0},           {"alias.service", 0, true, 0},
+        {"off.service", 0, false, 3},         {"unknown.socket", 0, false, 2},
+        {"keyless.target", 0, true, 2},       {"plain.service", 0x700, true, 1},
+        {"bare.service", 0x700, true, 3},     {"bad.service", 0x702, true, 2},
+        {"broken.service", 0x702, true, -1},  {"missing.service", 0x701, true, -1},
+        {"bad name", 0x701, true, -1},
+    };
+    for (const auto& c : cases) {
+        bool supported = !c.supported;  // a failed query leaves it as it was
+        EXPECT_EQ(FailureOf([&] { return model.IsSupportGet(c.unit, supported); }), c.failure) << c.unit;
+        EXPECT_EQ(supported, c.failure ? !c.supported : c.supported) << c.unit;
+        Names packs{"left.target"};
+        EXPECT_EQ(FailureOf([&] { return model.ListGet(c.unit, NameList::PACKED_IN, packs); }), c.failure);
+        Names expected = c.failure ? Names{"left.target"} : Names{};
+        bool packed = std::string(c.unit) == "on.service" || std::string(c.unit) == "alias.service";
+        EXPECT_EQ(packs, packed ? Names{"p.target"} : expected) << c.unit;
+        EXPECT_EQ(model.EnableStatusGet(c.unit), c.status) << c.unit;
+    }
+    bool enabled = false;
+    EXPECT_TRUE(model.IsDefaultEnableGet("on.service", enabled) && enabled);
+    EXPECT_TRUE(model.IsDefaultEnableGet("keyless.target", enabled) && !enabled);
+    Names names;
+    EXPECT_TRUE(model.ListGet("keyless.target", NameList::STAY_ALIVE_TARGETS, names) && names == Names{"r.target"});
+    EXPECT_TRUE(model.ListGet("keyless.target", NameList::STAY_ALIVE_UNITS, names) && names == Names{"u.service"});
+    fs::remove(Path("/usr/vela/etc/unit-support.conf"));
+    UnitModel without_table(root_);
+    bool supported = true;
+    EXPECT_EQ(FailureOf([&] { return without_table.IsSupportGet("on.service", supported); }), 0x703);
+    EXPECT_EQ(FailureOf([&] { return without_table.IsSupportGet("keyless.target", supported); }), 0);
+}
+
+TEST_F(UnitModelTest, EnableStatusSeesEveryChangeMadeAfterARead) {
+    Unit("d.service", WANTED);
+    UnitModel model(root_);
+    EXPECT_EQ(model.EnableStatusGet("d.service"), 0);
+    Link(RUN + "a.target.wants/d.service", Path(LIB + "d.service"));
+    EXPECT_EQ(model.EnableStatusGet("d.service"), 1) << "new directory in a missing base";
+    fs::rename(Path(RUN + "a.target.wants"), Path(RUN + "b.target.requires"));
+    EXPECT_EQ(model.EnableStatusGet("d.service"), 1) << "directory renamed";
+    fs::remove(Path(RUN + "b.target.requires/d.service"));
+    EXPECT_EQ(model.EnableStatusGet("d.service"), 0) << "link removed";
+    int ready[2];  // another process changes the tree right after this one read it
+    ASSERT_EQ(pipe(ready), 0);
+    pid_t child = fork();
+    if (child == 0) {
+        char go;
+        bool enabled = read(ready[0], &go, 1) == 1 && model.Enable("d.service");
+        _exit(enabled && model.EnableStatusGet("d.service") == 1 ? 0 : 1);
+    }
+    EXPECT_EQ(model.EnableStatusGet("d.service"), 0);
+    ASSERT_EQ(write(ready[1], "x", 1), 1);
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(model.EnableStatusGet("d.service"), 1) << "the other process's change";
+    // A change in the same clock tick as the read leaves the time as it was.
+    const timespec frozen[2] = {{0, UTIME_OMIT}, {time(nullptr) + 3600, 0}};
+    const std::string links = Path(ETC + "multi-user.target.wants");
+    ASSERT_EQ(utimensat(AT_FDCWD, links.c_str(), frozen, 0), 0);
+    EXPECT_EQ(model.EnableStatusGet("d.service"), 1);
+    fs::remove(links + "/d.service");
+    ASSERT_EQ(utimensat(AT_FDCWD, links.c_str(), frozen, 0), 0);
+    EXPECT_EQ(model.EnableStatusGet("d.service"), 0) << "change in the tick of the read";
+    Link(RUN + "d.service", "/dev/null");
+    EXPECT_EQ(model.EnableStatusGet("d.service"), 3) << "mask added";
+}
+
+TEST_F(UnitModelTest, EnablingAndDisablingPlaceLinksAndMarksByDefaultPolicy) {
+    Unit("u.service", "[Install]\nWantedBy=m.target a.target\nRequiredBy=b.target\n", "DefaultEnable=yes\n");
+    Unit("n.service", WANTED, "DefaultEnable=no\n");
+    Unit("getty@.service", "[Install]\nWantedBy=getty.target\n");
+    UnitModel model(root_);
+    ASSERT_TRUE(model.Enable("u.service") && model.Enable("u.service")) << "identical links are no failure";
+    for (const char* link : {"m.target.wants/u.service", "a.target.wants/u.service", "b.target.requires/u.service"}) {
+        EXPECT_EQ(fs::read_symlink(Path(RUN + link)), Path(LIB + "u.service")) << link;
+    }
+    EXPECT_FALSE(Exists(ETC + "m.target.wants") || model.IsEnableStatusChanged("u.service"));
+    ASSERT_TRUE(model.Enable("n.service") && model.Enable("getty@tty1.service"));
+    EXPECT_EQ(fs::read_symlink(Path(ETC + "multi-user.target.wants/n.service")), Path(LIB + "n.service"));
+    EXPECT_EQ(fs::read_symlink(Path(ETC + "getty.target.wants/getty@tty1.service")), Path(LIB + "getty@.service"));
+    EXPECT_TRUE(model.IsEnableStatusChanged("n.service") && !Exists(RUN + "multi-user.target.wants"));
+    ASSERT_TRUE(model.Disable("u.service") && model.Disable("n.service"));
+    EXPECT_FALSE(Exists(RUN + "a.target.wants/u.service") || Exists(RUN + "b.target.requires/u.service"));
+    EXPECT_FALSE(Exists(ETC + "multi-user.target.wants/n.service"));
+    EXPECT_TRUE(Exists(ETC + "getty.target.wants/getty@tty1.service"));
+    EXPECT_TRUE(model.IsEnableStatusChanged("u.service")) << "departs from its default";
+    fs::remove(Path(MARKS + "n.service"));
+    EXPECT_TRUE(model.Disable("n.service") && !model.IsEnableStatusChanged("n.service"));
+    EXPECT_FALSE(model.IsEnableStatusChanged("../changed/u.service"));
+    Unit("static.service", "", "DefaultEnable=yes\n");
+    Unit("masked.service", WANTED);
+    Link(ETC + "masked.service", "/dev/null");
+    Unit("bad.service", WANTED, "DefaultEnable=1\n");
+    Unit("taken.service", WANTED);
+    Link(ETC + "multi-user.target.wants/taken.service", "/elsewhere/taken.service");
+    UnitModel fresh(root_);  // the vendor directory is read once
+    const std::pair<const char*, int> refused[] = {
+        {"static.service", 0x706}, {"getty@.service", 0x706}, {"masked.service", 0x705},
+        {"missing.service", 0x701}, {"bad.service", 0x702}, {"taken.service", 0x707},
+    };
+    for (const auto& [unit, code] : refused) EXPECT_EQ(FailureOf([&] { return fresh.Enable(unit); }), code) << unit;
+    EXPECT_EQ(fs::read_symlink(Path(ETC + "multi-user.target.wants/taken.service")), "/elsewhere/taken.service");
+    EXPECT_FALSE(Exists(MARKS + "taken.service")) << "no mark for a failed enabling";
+    EXPECT_EQ(FailureOf([&] { return fresh.Disable("missing.service"); }), 0x701);
+}
+
+TEST_F(UnitModelTest, DropInsAreWrittenWholeOrRefused) {
+    const std::string dir = Path("/run/d/a.service.d/");
+    ASSERT_TRUE(WriteUnitSection(dir, "x.conf", "Unit", {{"PartOf", "a.target"}, {"After", "b c"}}));
+    ASSERT_TRUE(WriteUnitSection(dir, "x.conf", "Unit", {{"PartOf", "p.target"}, {"Before", ""}}));
+    EXPECT_EQ(Read("/run/d/a.service.d/x.conf"),
+              "# Generated by vela-system-generator. Do not edit.\n[Unit]\nBefore=\nPartOf=p.target\n");
+    struct stat status;
+    ASSERT_EQ(stat((dir + "x.conf").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0644u);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir), {}), 1) << "no temporary file left";
+    const std::tuple<std::string, std::string, std::map<std::string, std::string>> refused[] = {
+        {"y", "Unit", {{"K", "a\nb"}}}, {"y", "Unit", {{"K", "a\x7f"}}}, {"y", "Unit", {{"K", "a\\"}}},
+        {"y", "Unit", {{"K y", "a"}}},  {"y", "Unit", {{"K=y", "a"}}},   {"y", "Unit", {{"", "a"}}},
+        {"y", "", {}},  {"y", "[Unit]", {}},  {"y", "Un\tit", {}},  {"", "Unit", {}},  {"..", "Unit", {}},
+        {"a/b", "Unit", {}},  {"a\nb", "Unit", {}},
+    };
+    for (const auto& [name, section, settings] : refused) {
+        EXPECT_EQ(FailureOf([&] { return WriteUnitSection(dir, name, section, settings); }), 0x708) << name;
+    }
+    EXPECT_EQ(FailureOf([&] { return WriteUnitSection(Path("/run/d"), "y", "Unit", {}); }), 0x708);
+    EXPECT_EQ(FailureOf([&] { return WriteUnitSection(dir + "x.conf/", "y", "Unit", {}); }), 0x707);
+    EXPECT_FALSE(Exists("/run/d/a.service.d/y"));
+    const std::string reason = Path("/run/r/vela-reason.conf");
+    ASSERT_TRUE(LinkIntoDropInDir(Path("/e/s.service.d/"), reason) && LinkIntoDropInDir(Path("/e/s.service.d/"), reason));
+    EXPECT_EQ(fs::read_symlink(Path("/e/s.service.d/vela-reason.conf")), reason);
+    EXPECT_EQ(FailureOf([&] { return LinkIntoDropInDir(Path("/e/s.service.d/"), "/x/vela-reason.conf"); }), 0x707);
+}
+
+}  // namespace
+}  // namespace velasystemd
