@@ -6,9 +6,7 @@
 #include <string>
 #include <string_view>
 
-inline void Require(bool condition) {
-    if (!condition) std::abort();
-}
+#define REQUIRE(condition) ((condition) ? void() : std::abort())
 
 inline std::string WithCarriageReturns(std::string_view text) {
     std::string crlf;

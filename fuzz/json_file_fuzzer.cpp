@@ -14,11 +14,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // One in-memory file for every input, reached through /proc like any other path.
     static const int fd = memfd_create("legacy.json", MFD_CLOEXEC);
     static const std::string path = "/proc/self/fd/" + std::to_string(fd);
-    Require(fd >= 0 && ftruncate(fd, 0) == 0);
-    Require(size == 0 || pwrite(fd, data, size, 0) == static_cast<ssize_t>(size));
+    REQUIRE(fd >= 0 && ftruncate(fd, 0) == 0);
+    REQUIRE(size == 0 || pwrite(fd, data, size, 0) == static_cast<ssize_t>(size));
     Json::Value value;
     if (!LoadJsonFile(value, path)) return 0;
     // JSON text never holds a raw NUL byte, and lookups by name need an object.
-    Require(std::memchr(data, '\0', size) == nullptr && value.isObject());
+    REQUIRE(std::memchr(data, '\0', size) == nullptr && value.isObject());
     return 0;
 }

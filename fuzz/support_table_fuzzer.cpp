@@ -8,13 +8,13 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);
     const auto table = velasystemd::ParseSupportTable(text);
-    Require(table == velasystemd::ParseSupportTable(WithCarriageReturns(text)));
+    REQUIRE(table == velasystemd::ParseSupportTable(WithCarriageReturns(text)));
     if (!table) return 0;
     std::string written;
     for (const auto& [name, supported] : *table) {
-        Require(velasystemd::IsSupportName(name));
+        REQUIRE(velasystemd::IsSupportName(name));
         written += name + (supported ? "=yes\n" : "=no\n");
     }
-    Require(velasystemd::ParseSupportTable(written) == table);
+    REQUIRE(velasystemd::ParseSupportTable(written) == table);
     return 0;
 }

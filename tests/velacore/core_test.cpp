@@ -15,16 +15,14 @@
 
 namespace {
 
-constexpr int FORK_OPTIONS = 0xBB;
+constexpr int FORK_OPTIONS = 0xBB;  // the generator's option word: it must not change the fork
 
 TEST(ErrorState, HoldsTheLastFailureWhateverTheOrderOfReading) {
     VLIBCErrSet(0x704, "unit_tree.cpp", 42);
     EXPECT_EQ(VLIBCErrorGetLine(), 42);
     EXPECT_STREQ(VLIBCErrorGetFile(), "unit_tree.cpp");
     EXPECT_EQ(VLIBCErrGet(), 0x704);
-    std::string long_name(1000, 'x');
-    VLIBCErrSet(0x701, long_name.c_str(), 7);
-    long_name.assign(1000, 'y');  // the state keeps its own copy, cut to fit
+    VLIBCErrSet(0x701, std::string(1000, 'x').c_str(), 7);  // a copy of its own, cut to fit
     EXPECT_EQ(std::string(VLIBCErrorGetFile()), std::string(255, 'x'));
     VLIBCErrSet(0x702, nullptr, 1);
     EXPECT_STREQ(VLIBCErrorGetFile(), "");
