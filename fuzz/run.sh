@@ -11,11 +11,8 @@ build=${VELA_FUZZ_BUILD:-"$top/build-fuzz"}
   -DVELA_TESTS=OFF -DVELA_BENCH=OFF -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ >/dev/null
 cmake --build "$build" --target fuzzers -j "$(nproc)" >/dev/null
 [ "${1:-}" != --build ] || exit 0
-[ "${1:-}" != --fresh ] || { rm -rf "$build/corpus/${2:-}"; shift; }
-if [ $# -lt 2 ] || [[ " unit_file support_table json_file " != *" $1 "* ]] || ! [[ "$2" =~ ^[0-9]+$ ]]; then
-  sed -n '2,6s/^# \{0,1\}//p' "$0" >&2
-  exit 2
-fi
+[ "${1:-}" != --fresh ] || { rm -rf "$build/corpus/${2:?}"; shift; }
+[[ "${2:-}" =~ ^[0-9]+$ && -f "$top/fuzz/${1}_fuzzer.cpp" ]] || { sed -n '2,6s/^# \{0,1\}//p' "$0" >&2; exit 2; }
 target=$1 seconds=$2
 shift 2
 mkdir -p "$build/corpus/$target" "$build/artifacts"

@@ -1,4 +1,5 @@
-// The stand-in core library: error state, fork, program runs and flag files.
+// The stand-in core library (error state, fork, program runs, flag files) and
+// the loading of legacy JSON files.
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -9,6 +10,7 @@
 #include <chrono>
 
 #include "core_library.h"
+#include "json_file.h"
 #include "program_run.h"
 #include "temp_dir.h"
 #include "velacore/error_state.h"
@@ -70,8 +72,7 @@ TEST(ProgramRun, ATimeoutKillsAndReapsTheProgramAndWhatItStarted) {
     const char* const argv[] = {"/bin/sh", "-c", script.c_str(), nullptr};
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(velacore::RunProgram(argv, std::chrono::milliseconds(300)), -1);
-    auto took = std::chrono::steady_clock::now() - start;
-    EXPECT_TRUE(took >= std::chrono::milliseconds(300) && took < std::chrono::seconds(3));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
     char pid_text[16] = {};
     ASSERT_GT(read(started[0], pid_text, sizeof pid_text - 1), 0);
     int status = 0;
@@ -87,9 +88,7 @@ TEST_F(FileTouch, CreatesAMissingFileAndNothingElse) {
     mode_t umask_before = umask(0077);
     EXPECT_EQ(VLIBCFileTouch(Path("/flag").c_str()), 0);
     umask(umask_before);
-    struct stat status;
-    ASSERT_EQ(stat(Path("/flag").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0644u);
+    EXPECT_EQ(fs::status(Path("/flag")).permissions(), fs::perms(0644));
     Write("/kept", "content");
     EXPECT_EQ(VLIBCFileTouch(Path("/kept").c_str()), 0);
     EXPECT_EQ(Read("/kept"), "content");
@@ -103,6 +102,45 @@ TEST_F(FileTouch, CreatesAMissingFileAndNothingElse) {
     }
     EXPECT_FALSE(Exists("/gone") || Exists("/missing"));
     EXPECT_LT(VLIBCFileTouch(nullptr), 0);
+}
+
+constexpr size_t MEBIBYTE = 1024 * 1024;
+
+std::string ObjectOfSize(size_t size) { return "{\"a\":\"" + std::string(size - 8, 'x') + "\"}"; }
+// An object nested `depth` levels deep: {"a":{"a":...{}...}}.
+std::string Nested(size_t depth) {
+    std::string text = "{}";
+    while (--depth > 0) text = "{\"a\":" + text + "}";
+    return text;
+}
+
+class JsonFile : public TempDirTest {
+  protected:
+    bool Load(const std::string& relative, Json::Value value = {}) { return LoadJsonFile(value, Path(relative)); }
+};
+
+TEST_F(JsonFile, LoadsOnlyAStrictObjectFromARegularFile) {
+    Write("/ntpd.json", "{\"auto_start\": \"yes\", \"other\": [1, 2]}\n");
+    Link("/link.json", Path("/ntpd.json"));  // a link is followed
+    Json::Value value;
+    EXPECT_TRUE(LoadJsonFile(value, Path("/link.json")) && value["auto_start"].asString() == "yes");
+    const std::string NUL(1, '\0');
+    const std::pair<std::string, bool> cases[] = {
+        {"{}", true}, {Nested(32), true}, {ObjectOfSize(MEBIBYTE), true}, {ObjectOfSize(MEBIBYTE + 1), false},
+        {Nested(200), false}, {std::string(100000, '['), false}, {"[1]", false}, {"42", false}, {"", false},
+        {"{} trailing", false}, {"// c\n{}", false}, {"{'a': 1}", false}, {"{\"a\": 1,}", false},
+        {"{\"a\": 1, \"a\": 2}", false}, {"{\"a\": 1", false}, {"{}" + NUL + "x", false},
+    };
+    for (const auto& [text, loads] : cases) {
+        Write("/case.json", text);
+        EXPECT_EQ(Load("/case.json"), loads) << text.substr(0, 40);
+    }
+    fs::create_directory(Path("/dir.json"));
+    Link("/zero.json", "/dev/zero");
+    ASSERT_EQ(mkfifo(Path("/fifo.json").c_str(), 0644), 0);
+    for (const char* path : {"/dir.json", "/zero.json", "/fifo.json", "/missing.json"}) {
+        EXPECT_FALSE(Load(path)) << path;
+    }
 }
 
 }  // namespace
