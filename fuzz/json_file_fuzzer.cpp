@@ -4,61 +4,21 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <string>
 
+#include "fuzz_support.h"
 #include "json_file.h"
 
-namespace {
-
-void Require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
-
-// One in-memory file reused for every input, reached through /proc like any
-// other path.
-class MemoryFile {
-public:
-    MemoryFile() : fd_(memfd_create("legacy.json", MFD_CLOEXEC)) {
-        Require(fd_ >= 0);
-        path_ = "/proc/self/fd/" + std::to_string(fd_);
-    }
-
-    const std::string& Path() const { return path_; }
-
-    void Replace(const uint8_t* data, size_t size) {
-        Require(ftruncate(fd_, 0) == 0);
-        size_t written = 0;
-        while (written < size) {
-            ssize_t got = pwrite(fd_, data + written, size - written, static_cast<off_t>(written));
-            Require(got > 0);
-            written += static_cast<size_t>(got);
-        }
-    }
-
-private:
-    int fd_;
-    std::string path_;
-};
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static MemoryFile file;
-    file.Replace(data, size);
-
+    // One in-memory file for every input, reached through /proc like any other path.
+    static const int fd = memfd_create("legacy.json", MFD_CLOEXEC);
+    static const std::string path = "/proc/self/fd/" + std::to_string(fd);
+    REQUIRE(fd >= 0 && ftruncate(fd, 0) == 0);
+    REQUIRE(size == 0 || pwrite(fd, data, size, 0) == static_cast<ssize_t>(size));
     Json::Value value;
-    if (!LoadJsonFile(value, file.Path())) {
-        return 0;
-    }
-    // JSON text never holds a raw NUL byte.
-    Require(std::memchr(data, '\0', size) == nullptr);
-    // The migration looks members up by name, which only an object allows.
-    Require(value.isObject());
+    if (!LoadJsonFile(value, path)) return 0;
+    // JSON text never holds a raw NUL byte, and lookups by name need an object.
+    REQUIRE(std::memchr(data, '\0', size) == nullptr && value.isObject());
     return 0;
 }

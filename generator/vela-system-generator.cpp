@@ -44,18 +44,18 @@ void PrintUsage(const char* programName) {
     PrintUsageLine("see systemd.generator(7) for detailed usage.");
 }
 
-// The tasks in the order they are started; each owns copies of its arguments.
-// Built in place: a braced list would copy every bound unit list once more,
-// and every child of the reason task inherits what the parent holds.
+// The tasks in the order they are started. They share the one unit list by
+// reference: `units` lives in main until every child has been reaped, and each
+// child sees it copy-on-write, so no fork copies a list of its own.
 std::vector<GeneratorTask> BuildTaskList(const std::string& normalDir, const std::string& earlyDir,
                                          const UnitList& units) {
     std::vector<GeneratorTask> tasks;
     tasks.reserve(TASK_COUNT);
-    tasks.emplace_back(std::bind(AddReasonDropIns, earlyDir));
-    tasks.emplace_back(std::bind(MaskUnsupportedUnits, earlyDir, units));
-    tasks.emplace_back(std::bind(AddStayAliveLinks, normalDir, units));
-    tasks.emplace_back(std::bind(AddPackDropIns, normalDir, units));
-    tasks.emplace_back(std::bind(EnableDefaultUnits, units));
+    tasks.emplace_back(std::bind(AddReasonDropIns, std::cref(earlyDir)));
+    tasks.emplace_back(std::bind(MaskUnsupportedUnits, std::cref(earlyDir), std::cref(units)));
+    tasks.emplace_back(std::bind(AddStayAliveLinks, std::cref(normalDir), std::cref(units)));
+    tasks.emplace_back(std::bind(AddPackDropIns, std::cref(normalDir), std::cref(units)));
+    tasks.emplace_back(std::bind(EnableDefaultUnits, std::cref(units)));
     return tasks;
 }
 

@@ -21,61 +21,24 @@ constexpr int JSON_NESTING_LIMIT = 64;
 
 constexpr size_t READ_CHUNK_SIZE = 16 * 1024;
 
-// Closes a descriptor when it goes out of scope.
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int fd) : fd_(fd) {}
-    ~FileDescriptor() {
-        if (fd_ >= 0) {
-            (void)close(fd_);
-        }
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
-
-// Reads `fd` to its end into `text`. False on a read error, or as soon as the
-// content grows past `limit` (a file may grow, or report no size at all).
-bool ReadAtMost(int fd, size_t limit, std::string& text) {
-    char chunk[READ_CHUNK_SIZE];
-    for (;;) {
-        ssize_t got = read(fd, chunk, sizeof chunk);
-        if (got == 0) {
-            return true;
-        }
-        if (got < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return false;
-        }
-        if (text.size() + static_cast<size_t>(got) > limit) {
-            return false;
-        }
-        text.append(chunk, static_cast<size_t>(got));
-    }
-}
-
-// Reads the regular file at `path` (links followed) into `text`. Opening never
-// blocks: O_NONBLOCK makes a FIFO without a writer open at once, and fstat then
-// turns it away with devices, sockets and directories before any read.
+// Reads the regular file at `path` (links followed) into `text`, false past
+// the size limit (a file may grow while it is read). Opening never blocks:
+// O_NONBLOCK opens a FIFO without a writer at once, and fstat turns it away
+// with devices, sockets and directories before any read.
 bool ReadRegularFile(const std::string& path, std::string& text) {
-    FileDescriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (file.get() < 0) {
-        return false;
-    }
+    int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0) return false;
     struct stat info;
-    if (fstat(file.get(), &info) < 0 || !S_ISREG(info.st_mode)) {
-        return false;
+    bool readable = fstat(fd, &info) == 0 && S_ISREG(info.st_mode) &&
+                    static_cast<unsigned long long>(info.st_size) <= MAX_JSON_FILE_SIZE;
+    char chunk[READ_CHUNK_SIZE];
+    ssize_t got = 0;
+    while (readable && text.size() <= MAX_JSON_FILE_SIZE &&
+           ((got = read(fd, chunk, sizeof chunk)) > 0 || (got < 0 && errno == EINTR))) {
+        if (got > 0) text.append(chunk, static_cast<size_t>(got));
     }
-    if (static_cast<unsigned long long>(info.st_size) > MAX_JSON_FILE_SIZE) {
-        return false;
-    }
-    return ReadAtMost(file.get(), MAX_JSON_FILE_SIZE, text);
+    (void)close(fd);
+    return readable && got == 0 && text.size() <= MAX_JSON_FILE_SIZE;
 }
 
 // Parses `text` strictly (no comments, no trailing content, no duplicate keys)
@@ -84,16 +47,13 @@ bool ReadRegularFile(const std::string& path, std::string& text) {
 bool ParseJsonObject(const std::string& text, Json::Value& value) {
     // JSON text never holds a raw NUL byte, and jsoncpp would take one for
     // the end of the input and accept whatever follows it.
-    if (text.find('\0') != std::string::npos) {
-        return false;
-    }
+    if (text.find('\0') != std::string::npos) return false;
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
     builder["stackLimit"] = JSON_NESTING_LIMIT;
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     std::string errors;
-    const char* begin = text.data();
-    return reader->parse(begin, begin + text.size(), &value, &errors) && value.isObject();
+    return reader->parse(text.data(), text.data() + text.size(), &value, &errors) && value.isObject();
 }
 
 }  // namespace
@@ -102,13 +62,9 @@ bool LoadJsonFile(Json::Value& value, const std::string& path) {
     try {
         std::string text;
         return ReadRegularFile(path, text) && ParseJsonObject(text, value);
-    } catch (const Json::Exception&) {
-        // jsoncpp throws, even from parse(), once a document nests deeper than
-        // the limit: that is just one more file that does not load.
-        return false;
     } catch (...) {
-        // Out of memory, or anything else a library throws: the caller
-        // expects a result, never an exception.
+        // jsoncpp throws, even from parse(), once a document nests deeper than
+        // the limit; out of memory throws too: the caller expects a result.
         return false;
     }
 }

@@ -1,11 +1,16 @@
 #include "program_run.h"
 
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "child_wait.h"
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+
 #include "core_library.h"
 #include "velacore/error_state.h"
 
@@ -14,42 +19,57 @@ extern char** environ;
 namespace velacore {
 namespace {
 
-// Spawn attributes for a program that starts as if the service manager had
-// started it: no blocked signals, default dispositions, and a process group of
-// its own so that a timeout can kill whatever the program started as well.
-bool PrepareSpawnAttributes(posix_spawnattr_t& attributes) {
+using Clock = std::chrono::steady_clock;
+
+// Where the kernel has no process descriptors: how often to look at the child.
+constexpr std::chrono::milliseconds CHECK_INTERVAL{5};
+
+// Starts the program as the service manager would: no blocked signals,
+// default dispositions, and a process group of its own, so that a timeout
+// kills whatever it started as well. glibc reports a failed exec here too.
+bool SpawnProgram(const char* const argv[], pid_t& pid) {
+    posix_spawnattr_t attributes;
+    if (posix_spawnattr_init(&attributes) != 0) return false;
     sigset_t none;
     sigset_t all;
     sigemptyset(&none);
     sigfillset(&all);
     short flags = POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
-    return posix_spawnattr_setflags(&attributes, flags) == 0 &&
-           posix_spawnattr_setpgroup(&attributes, 0) == 0 &&
-           posix_spawnattr_setsigmask(&attributes, &none) == 0 &&
-           posix_spawnattr_setsigdefault(&attributes, &all) == 0;
-}
-
-// Starts the program; false when it cannot be started (glibc reports a failed
-// exec here too, so a missing program is caught at this point).
-bool SpawnProgram(const char* const argv[], pid_t& pid) {
-    posix_spawnattr_t attributes;
-    if (posix_spawnattr_init(&attributes) != 0) {
-        return false;
-    }
-    bool spawned = PrepareSpawnAttributes(attributes) &&
+    bool spawned = posix_spawnattr_setflags(&attributes, flags) == 0 &&
+                   posix_spawnattr_setpgroup(&attributes, 0) == 0 &&
+                   posix_spawnattr_setsigmask(&attributes, &none) == 0 &&
+                   posix_spawnattr_setsigdefault(&attributes, &all) == 0 &&
                    posix_spawn(&pid, argv[0], nullptr, &attributes, const_cast<char* const*>(argv),
                                environ) == 0;
     (void)posix_spawnattr_destroy(&attributes);
     return spawned;
 }
 
-// Kills the program's process group, the program included, and reaps the
-// program. The group still exists: its leader is not reaped yet.
-ChildWait KillAndReap(pid_t pid, int& status) {
-    if (kill(-pid, SIGKILL) < 0) {
-        (void)kill(pid, SIGKILL);
+// Milliseconds left until `deadline`, rounded up; 0 once it has passed.
+int MillisecondsUntil(Clock::time_point deadline) {
+    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    return static_cast<int>(std::clamp<decltype(left)>(left, 0, INT_MAX));
+}
+
+// Sleeps until the child `pid` ends or `deadline` passes: in poll() on a
+// process descriptor, else in short naps. True when it has ended (not reaped).
+bool AwaitEnd(pid_t pid, Clock::time_point deadline) {
+    int pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+    siginfo_t info;
+    for (;;) {
+        info.si_pid = 0;
+        if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+            info.si_pid == pid) {
+            break;
+        }
+        int nap = pidfd >= 0 ? INT_MAX : static_cast<int>(CHECK_INTERVAL.count());
+        int wait = std::min(MillisecondsUntil(deadline), nap);
+        if (wait == 0) break;
+        pollfd ended = {pidfd, POLLIN, 0};
+        (void)poll(&ended, pidfd >= 0 ? 1 : 0, wait);
     }
-    return WaitForChild(pid, Clock::time_point::max(), status);
+    if (pidfd >= 0) (void)close(pidfd);
+    return info.si_pid == pid;
 }
 
 }  // namespace
@@ -61,12 +81,14 @@ int RunProgram(const char* const argv[], std::chrono::milliseconds timeout) {
         VLIBC_ERR_SET(VLIBC_ERR_EXEC);
         return -1;
     }
+    // Outlived its time: kill its process group (its leader, not yet reaped,
+    // keeps the group alive), then reap it.
+    if (!AwaitEnd(pid, deadline) && kill(-pid, SIGKILL) < 0) (void)kill(pid, SIGKILL);
     int status = 0;
-    ChildWait outcome = WaitForChild(pid, deadline, status);
-    if (outcome == ChildWait::TimedOut) {
-        outcome = KillAndReap(pid, status);
+    pid_t reaped;
+    while ((reaped = waitpid(pid, &status, 0)) < 0 && errno == EINTR) {
     }
-    if (outcome != ChildWait::Ended || !WIFEXITED(status)) {
+    if (reaped != pid || !WIFEXITED(status)) {
         VLIBC_ERR_SET(VLIBC_ERR_EXEC);
         return -1;
     }
@@ -81,8 +103,7 @@ extern "C" int VLIBCExec(const char* program, const char* arg1, const char* arg2
         VLIBC_ERR_SET(VLIBC_ERR_EXEC);
         return -1;
     }
-    // The argument vector ends at the first null argument, so the arguments
-    // after it are never passed.
+    // The argument vector ends at the first null argument.
     const char* const argv[] = {program, arg1, arg2, arg3, arg4, nullptr};
     return velacore::RunProgram(argv, velacore::PROGRAM_RUN_TIMEOUT);
 }

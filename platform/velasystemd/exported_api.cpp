@@ -1,7 +1,7 @@
 // The exported operations of libvelasystemd.so.7: each hands over to the one
 // unit model of this process, which works on the system's own unit tree.
 
-#include "drop_in_writer.h"
+#include "drop_in.h"
 #include "unit_library.h"
 #include "unit_model.h"
 #include "unit_name.h"
@@ -32,15 +32,15 @@ bool VELASystemdIsDefaultEnableGet(const std::string& unit, bool& enabled) {
 }
 
 bool VELASystemdPackedInGet(const std::string& unit, std::vector<std::string>& packs) {
-    return SystemModel().PackedInGet(unit, packs);
+    return SystemModel().ListGet(unit, velasystemd::NameList::PACKED_IN, packs);
 }
 
 bool VELASystemdBelongsToGet(const std::string& unit, std::vector<std::string>& targets) {
-    return SystemModel().BelongsToGet(unit, targets);
+    return SystemModel().ListGet(unit, velasystemd::NameList::STAY_ALIVE_TARGETS, targets);
 }
 
 bool VELASystemdTargetCarriesGet(const std::string& target, std::vector<std::string>& units) {
-    return SystemModel().TargetCarriesGet(target, units);
+    return SystemModel().ListGet(target, velasystemd::NameList::STAY_ALIVE_UNITS, units);
 }
 
 int VELASystemdEnableStatusGetInGenerator(const std::string& unit) {

@@ -1,6 +1,6 @@
 // File-system steps shared by the library's readers and writers. Each returns
-// false on failure with errno telling why; the caller records the error state,
-// since only it knows what the failure means.
+// false on failure; the caller records the error state, since only it knows
+// what the failure means.
 #pragma once
 
 #include <fcntl.h>

@@ -1,0 +1,312 @@
+#include "unit_tree.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+#include <utility>
+
+#include "file_io.h"
+#include "unit_name.h"
+#include "velacore/error_state.h"
+
+namespace velasystemd {
+namespace {
+
+constexpr const char* UNIT_DIRECTORIES[] = {
+    PERSISTENT_UNIT_DIR, RUNTIME_UNIT_DIR, "/usr/local/lib/systemd/system",
+    "/usr/lib/systemd/system", "/lib/systemd/system",
+};
+constexpr const char* LINK_DIRECTORY_SUFFIXES[] = {".wants", ".requires"};
+constexpr const char MASK_TARGET[] = "/dev/null";
+// As the kernel's own limit on links followed in one lookup.
+constexpr int MAX_LINK_STEPS = 40;
+// Far above any real unit file or support table; keeps a stray huge file out of memory.
+constexpr size_t MAX_TEXT_FILE_SIZE = 4 << 20;
+
+std::string BaseName(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+bool IsLinkDirectoryName(const std::string& name) {
+    for (std::string suffix : LINK_DIRECTORY_SUFFIXES) {
+        if (name.size() > suffix.size() &&
+            name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Calls visit(name, dirent type) for each entry of `path`. A missing
+// directory is empty; false when one that exists cannot be listed.
+template <typename Visit>
+bool ListDirectory(const std::string& path, Visit visit) {
+    DIR* stream = opendir(path.c_str());
+    if (stream == nullptr) return errno == ENOENT;
+    errno = 0;
+    while (const dirent* item = readdir(stream)) {
+        visit(std::string(item->d_name), item->d_type);
+        errno = 0;
+    }
+    bool listed = errno == 0;
+    (void)closedir(stream);
+    return listed;
+}
+
+// Follows the links from `path` to a file or a mask; false for anything else.
+bool FollowLinks(const std::string& root, std::string path, Entry& entry) {
+    for (int step = 0; step < MAX_LINK_STEPS; ++step) {
+        std::string target;
+        if (!ReadLinkTarget(path, target)) return false;
+        if (target == MASK_TARGET) {
+            entry.kind = EntryKind::MASK;
+            return true;
+        }
+        path = !target.empty() && target.front() == '/' ? root + target : path.substr(0, path.rfind('/') + 1) + target;
+        struct stat status;
+        if (lstat(path.c_str(), &status) < 0) return false;
+        if (S_ISREG(status.st_mode)) {
+            entry.link_file = path;
+            return true;
+        }
+        if (!S_ISLNK(status.st_mode)) return false;
+    }
+    return false;
+}
+
+// Makes `entry` of what `directory`/`entry.name` is; false when it is no entry.
+bool Classify(const std::string& root, const std::string& directory, unsigned char type,
+              Entry& entry) {
+    if (type == DT_REG) return true;
+    if (type != DT_LNK && type != DT_UNKNOWN) return false;
+    const std::string path = directory + "/" + entry.name;
+    struct stat status;
+    if (lstat(path.c_str(), &status) < 0) return false;
+    if (S_ISLNK(status.st_mode)) return FollowLinks(root, path, entry);
+    return S_ISREG(status.st_mode);
+}
+
+// True when `entry`, the first of `name`, is a link to a file of another unit.
+// An instance linked to its own template is no alias.
+bool IsAlias(const std::string& name, const Entry& entry) {
+    if (entry.kind != EntryKind::FILE || entry.link_file.empty()) return false;
+    std::string target = BaseName(entry.link_file);
+    if (target == name || !IsValidUnitName(target)) return false;
+    return !(IsInstanceName(name) && target == TemplateOfInstance(name));
+}
+
+Entry* FindEntry(std::vector<Entry>& entries, const std::string& name) {
+    auto found = std::lower_bound(entries.begin(), entries.end(), name,
+                                  [](const Entry& entry, const std::string& key) { return entry.name < key; });
+    return found != entries.end() && found->name == name ? &*found : nullptr;
+}
+
+UnitFacts ReadFacts(const std::string& file, int directory_fd = AT_FDCWD) {
+    std::string text;
+    if (!ReadRegularFile(file, MAX_TEXT_FILE_SIZE, text, directory_fd)) return UnitFacts();
+    return ParseUnitFile(text);
+}
+
+bool ReadLinks(const std::string& path, LinkDirectory& directory) {
+    directory.stamp.Take(path);
+    directory.links.clear();
+    bool listed = ListDirectory(path, [&](std::string name, unsigned char type) {
+        bool is_link = type == DT_LNK;
+        struct stat status;
+        if (type == DT_UNKNOWN) {
+            is_link = lstat((path + "/" + name).c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+        }
+        if (is_link && IsValidUnitName(name)) directory.links.push_back(std::move(name));
+    });
+    std::sort(directory.links.begin(), directory.links.end());
+    // A *.wants name that is no directory after all holds no links.
+    return listed || errno == ENOTDIR;
+}
+
+}  // namespace
+
+UnitTree::UnitTree(const std::string& root) : root_(root) {
+    while (!root_.empty() && root_.back() == '/') root_.pop_back();
+    // A directory that is the same as an earlier one (by device and inode, as
+    // /lib/systemd/system on a merged-/usr system) is read once.
+    std::set<std::pair<dev_t, ino_t>> seen;
+    for (const char* directory : UNIT_DIRECTORIES) {
+        UnitDirectory unit_directory;
+        unit_directory.path = root_ + directory;
+        struct stat status;
+        if (stat(unit_directory.path.c_str(), &status) == 0 &&
+            !seen.emplace(status.st_dev, status.st_ino).second) {
+            continue;
+        }
+        unit_directory.local = directory == PERSISTENT_UNIT_DIR || directory == RUNTIME_UNIT_DIR;
+        directories_.push_back(std::move(unit_directory));
+    }
+}
+
+bool UnitTree::Load() {
+    if (loaded_) return true;
+    for (UnitDirectory& directory : directories_) {
+        if (!ReadDirectory(directory)) return false;
+    }
+    loaded_ = true;
+    return true;
+}
+
+bool UnitTree::ReadDirectory(UnitDirectory& directory) {
+    directory.stamp.Take(directory.path);
+    std::vector<Entry> before = std::move(directory.entries);
+    directory.entries.clear();
+    std::map<std::string, LinkDirectory> link_dirs;
+    bool listed = ListDirectory(directory.path, [&](std::string name, unsigned char type) {
+        if (directory.local && IsLinkDirectoryName(name)) {
+            // Known ones keep their stamps: they are read again when they change.
+            link_dirs[name] = std::move(directory.link_dirs[name]);
+        } else if (IsValidUnitName(name)) {
+            Entry entry;
+            entry.name = std::move(name);
+            if (Classify(root_, directory.path, type, entry)) directory.entries.push_back(std::move(entry));
+        }
+    });
+    directory.link_dirs = std::move(link_dirs);
+    std::sort(directory.entries.begin(), directory.entries.end(),
+              [](const Entry& a, const Entry& b) { return a.name < b.name; });
+    // A unit file is parsed once per run: what was parsed stays with its entry.
+    for (Entry& entry : before) {
+        Entry* now = FindEntry(directory.entries, entry.name);
+        if (now != nullptr && now->kind == entry.kind && now->link_file == entry.link_file) {
+            *now = std::move(entry);
+        }
+    }
+    if (!listed) VLIBC_ERR_SET(VLIBC_ERR_LIST_UNITS);
+    return listed;
+}
+
+void UnitTree::ParseAll() {
+    for (UnitDirectory& directory : directories_) {
+        // Each file opened by its name alone: the path walk is a good part of
+        // the cost of reading thousands of small files.
+        int directory_fd = open(directory.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        for (Entry& entry : directory.entries) {
+            if (entry.parsed || entry.kind != EntryKind::FILE) continue;
+            if (!entry.link_file.empty()) {
+                entry.facts = ReadFacts(entry.link_file);
+            } else {
+                entry.facts = directory_fd >= 0 ? ReadFacts(entry.name, directory_fd)
+                                                : ReadFacts(directory.path + "/" + entry.name);
+            }
+            entry.parsed = true;
+        }
+        if (directory_fd >= 0) (void)close(directory_fd);
+    }
+}
+
+bool UnitTree::RefreshLocal() {
+    for (UnitDirectory& directory : directories_) {
+        if (!directory.local) continue;
+        if (!directory.stamp.IsCurrent(directory.path) && !ReadDirectory(directory)) return false;
+        for (auto& [name, link_dir] : directory.link_dirs) {
+            const std::string path = directory.path + "/" + name;
+            if (!link_dir.stamp.IsCurrent(path) && !ReadLinks(path, link_dir)) {
+                VLIBC_ERR_SET(VLIBC_ERR_LIST_UNITS);
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+std::vector<std::string> UnitTree::UnitNames(const std::string& type) const {
+    // A merge of the sorted directories: the first of equal names is the
+    // entry of highest precedence.
+    std::vector<size_t> next(directories_.size(), 0);
+    std::vector<std::string> names;
+    for (;;) {
+        const Entry* first = nullptr;
+        for (size_t d = 0; d < directories_.size(); ++d) {
+            const std::vector<Entry>& entries = directories_[d].entries;
+            if (next[d] < entries.size() && (first == nullptr || entries[next[d]].name < first->name)) {
+                first = &entries[next[d]];
+            }
+        }
+        if (first == nullptr) return names;
+        const std::string& name = first->name;
+        if ((type.empty() || UnitTypeOf(name) == type) && !IsAlias(name, *first)) names.push_back(name);
+        for (size_t d = 0; d < directories_.size(); ++d) {
+            const std::vector<Entry>& entries = directories_[d].entries;
+            if (next[d] < entries.size() && entries[next[d]].name == name) ++next[d];
+        }
+    }
+}
+
+Location UnitTree::LocateName(const std::string& name) {
+    Location location;
+    for (UnitDirectory& directory : directories_) {
+        Entry* entry = FindEntry(directory.entries, name);
+        if (entry == nullptr) continue;
+        if (!location.found) {
+            location.found = true;
+            location.masked = entry->kind == EntryKind::MASK;
+            location.alias = IsAlias(name, *entry);
+        }
+        if (entry->kind == EntryKind::FILE) {
+            location.directory = &directory;
+            location.file = entry;
+            return location;
+        }
+    }
+    return location;
+}
+
+Location UnitTree::Locate(const std::string& name) {
+    Location location = LocateName(name);
+    if (!location.found && IsInstanceName(name)) location = LocateName(TemplateOfInstance(name));
+    return location;
+}
+
+std::string UnitTree::PathOf(const Location& location) {
+    if (location.file == nullptr) return "";
+    if (!location.file->link_file.empty()) return location.file->link_file;
+    return location.directory->path + "/" + location.file->name;
+}
+
+const UnitFacts* UnitTree::FactsOf(const Location& location) {
+    Entry& entry = *location.file;
+    if (!entry.parsed) {
+        entry.facts = ReadFacts(PathOf(location));
+        entry.parsed = true;
+    }
+    if (entry.facts.valid()) return &entry.facts;
+    VLIBC_ERR_SET(VLIBC_ERR_UNIT_UNREADABLE);
+    return nullptr;
+}
+
+std::vector<std::string> UnitTree::LinksNamed(const std::string& name) const {
+    std::vector<std::string> links;
+    for (const UnitDirectory& directory : directories_) {
+        for (const auto& [link_dir_name, link_dir] : directory.link_dirs) {
+            if (std::binary_search(link_dir.links.begin(), link_dir.links.end(), name)) {
+                links.push_back(directory.path + "/" + link_dir_name + "/" + name);
+            }
+        }
+    }
+    return links;
+}
+
+const SupportTable* UnitTree::Support() {
+    if (!support_read_) {
+        support_read_ = true;
+        std::string text;
+        if (ReadRegularFile(root_ + SUPPORT_TABLE_PATH, MAX_TEXT_FILE_SIZE, text)) {
+            support_ = ParseSupportTable(text);
+        }
+    }
+    if (support_) return &*support_;
+    VLIBC_ERR_SET(VLIBC_ERR_SUPPORT_TABLE);
+    return nullptr;
+}
+
+}  // namespace velasystemd

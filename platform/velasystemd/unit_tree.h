@@ -1,0 +1,110 @@
+// The unit tree as this process has read it: the entries of systemd's unit
+// directories with their parsed files, the links of the local link
+// directories, and the support table.
+//
+// The directories, highest precedence first: /etc/systemd/system,
+// /run/systemd/system, /usr/local/lib/systemd/system, /usr/lib/systemd/system
+// and /lib/systemd/system where it is not the same directory. The generator
+// output directories are never read. An entry is a unit file, a link leading
+// to one (followed to its end, absolute targets read inside the root), or a
+// mask: a link to /dev/null at any step. Anything else is no entry and hides
+// nothing below it. The first entry of a name decides what the name is; for a
+// mask the first file below it still gives the policy. A link to a file with
+// another valid unit name is an alias: answered from that file, never listed.
+// An instance without an entry of its own leads where its template does.
+//
+// The tree is read once and parsed once; forked processes inherit it. Only
+// the two local directories (/etc and /run), where enable state lives, are
+// read again, when their stamps say they changed (read_stamp.h).
+#pragma once
+
+#include <dirent.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "read_stamp.h"
+#include "unit_file.h"
+
+namespace velasystemd {
+
+inline constexpr const char* PERSISTENT_UNIT_DIR = "/etc/systemd/system";
+inline constexpr const char* RUNTIME_UNIT_DIR = "/run/systemd/system";
+inline constexpr const char* CHANGE_MARK_DIR = "/etc/velasystemd/changed";
+inline constexpr const char* SUPPORT_TABLE_PATH = "/usr/vela/etc/unit-support.conf";
+
+enum class EntryKind : uint8_t { FILE, MASK };
+
+struct Entry {
+    std::string name;
+    EntryKind kind = EntryKind::FILE;
+    bool parsed = false;
+    std::string link_file;  // for a link to a file: that file
+    UnitFacts facts;        // of the file, once parsed
+};
+
+// The links of a *.wants/ or *.requires/ directory, by name.
+struct LinkDirectory {
+    ReadStamp stamp;
+    std::vector<std::string> links;  // sorted
+};
+
+struct UnitDirectory {
+    std::string path;
+    bool local = false;  // /etc or /run: read again when changed
+    ReadStamp stamp;
+    std::vector<Entry> entries;                      // sorted by name
+    std::map<std::string, LinkDirectory> link_dirs;  // local directories only
+};
+
+// Where a unit name leads. Valid until the tree is read again.
+struct Location {
+    bool found = false;
+    bool masked = false;
+    bool alias = false;
+    const UnitDirectory* directory = nullptr;  // of the file the policy is read from
+    Entry* file = nullptr;                     // nullptr: none (a mask with nothing below)
+};
+
+class UnitTree {
+  public:
+    // `root` is prepended to every path ("/" for the system itself).
+    explicit UnitTree(const std::string& root);
+
+    const std::string& root() const { return root_; }
+
+    // Reads the unit directories on the first call; false with 0x704 when one
+    // that exists cannot be listed.
+    bool Load();
+    // Parses every unit file read, so that forked processes inherit them.
+    void ParseAll();
+    // Reads again what changed in the local directories; false with 0x704.
+    bool RefreshLocal();
+
+    // Every name but aliases, byte-wise ordered, each once; of `type` only
+    // when it is not empty.
+    std::vector<std::string> UnitNames(const std::string& type) const;
+    Location Locate(const std::string& name);
+    // The path of the located file; "" when there is none.
+    static std::string PathOf(const Location& location);
+    // The facts of the located file; nullptr with 0x702 when it cannot be read.
+    const UnitFacts* FactsOf(const Location& location);
+    // The links named `name` in the local link directories.
+    std::vector<std::string> LinksNamed(const std::string& name) const;
+    // Nullptr with 0x703 when the table cannot be read or understood.
+    const SupportTable* Support();
+
+  private:
+    bool ReadDirectory(UnitDirectory& directory);
+    Location LocateName(const std::string& name);
+
+    std::string root_;
+    bool loaded_ = false;
+    std::vector<UnitDirectory> directories_;
+    bool support_read_ = false;
+    std::optional<SupportTable> support_;
+};
+
+}  // namespace velasystemd
