@@ -49,6 +49,7 @@ struct Platform {
     ErrorState error;
     int forks = 0;
     int record = -1;
+    bool delays = false;
 };
 
 std::string Decode(const std::string& token) {
@@ -69,6 +70,7 @@ Platform Load() {
         Tokens tokens;
         for (std::string word; words >> word;) tokens.push_back(Decode(word));
         bool keyed = tokens.size() > 1 && tokens[0] != "units" && tokens[0] != "reason";
+        platform.delays = platform.delays || (!tokens.empty() && tokens[0] == "delay");
         if (!tokens.empty()) {
             platform.answers[tokens[0] + (keyed ? " " + tokens[1] : "")] = Tokens(tokens.begin() + (keyed ? 2 : 1), tokens.end());
         }
@@ -83,11 +85,13 @@ Platform Load() {
 // as the table says.
 Platform& Call(const std::string& name, const Tokens& args = {}) {
     static Platform platform = Load();
-    std::string line = std::to_string(getpid()) + " " + std::to_string(getppid()) + " " + name + "(";
-    for (size_t i = 0; i < args.size(); ++i) line += (i ? ", " : "") + args[i];
-    line += ")\n";
-    if (platform.record >= 0 && write(platform.record, line.data(), line.size()) < 0) std::abort();
-    auto delay = platform.answers.find("delay " + name);
+    if (platform.record >= 0) {
+        std::string line = std::to_string(getpid()) + " " + std::to_string(getppid()) + " " + name + "(";
+        for (size_t i = 0; i < args.size(); ++i) line += (i ? ", " : "") + args[i];
+        line += ")\n";
+        if (write(platform.record, line.data(), line.size()) < 0) std::abort();
+    }
+    auto delay = platform.delays ? platform.answers.find("delay " + name) : platform.answers.end();
     if (delay != platform.answers.end()) usleep(std::stoi(delay->second.at(0)) * 1000);
     return platform;
 }
