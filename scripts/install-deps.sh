@@ -10,6 +10,7 @@ packages=(
   bubblewrap systemd
   clang libclang-rt-14-dev
   dpkg-dev file
+  python3
 )
 
 missing=()
