@@ -41,6 +41,8 @@ import vela_sandbox  # noqa: E402
 GENERATOR_DIRS = ["/run/systemd/generator", "/run/systemd/generator.early", "/run/systemd/generator.late"]
 PRIVATE = vela_sandbox.PRIVATE_PATHS + ["/etc"]
 DIRECTIVES = {"case", "args", "has", "lacks", "mount", "+", "-", "exit", "stderr", "log", "call", "watch"}
+TABLE = {"units", "reason", "support", "default", "packed", "belongs", "carries", "status", "changed", "enable",
+         "disable", "type", "path", "normalized", "section", "link", "touch", "exec", "fork", "delay"}
 LOG_LINE = re.compile(r"<11> vela-system-generator: ([\w.-]+):\d+ velasystemd: (.*)", re.S)
 
 
@@ -51,6 +53,8 @@ def read_cases(path):
         if not line.strip() or line.startswith("#"):
             continue
         word, _, rest = line.partition(" ")
+        if word not in DIRECTIVES | TABLE:
+            raise SystemExit(f"{path}: unknown keyword in: {line}")
         if word == "case":
             cases.append({"title": rest, "lines": list(common)})
         (cases[-1]["lines"] if cases else common).append((word, rest))
