@@ -55,7 +55,7 @@ struct Platform {
 std::string Decode(const std::string& token) {
     std::string text;
     for (size_t i = 0; i < token.size(); ++i) {
-        bool escape = token.compare(i, 2, "\\x") == 0 && i + 3 < token.size() + 1;
+        bool escape = token.compare(i, 2, "\\x") == 0 && i + 4 <= token.size();
         text += escape ? static_cast<char>(std::stoi(token.substr(i + 2, 2), nullptr, 16)) : token[i];
         i += escape ? 3 : 0;
     }
@@ -69,11 +69,12 @@ Platform Load() {
         std::istringstream words(line);
         Tokens tokens;
         for (std::string word; words >> word;) tokens.push_back(Decode(word));
+        if (tokens.empty()) continue;
+        // The two listings have no key: their answer follows the operation.
         bool keyed = tokens.size() > 1 && tokens[0] != "units" && tokens[0] != "reason";
-        platform.delays = platform.delays || (!tokens.empty() && tokens[0] == "delay");
-        if (!tokens.empty()) {
-            platform.answers[tokens[0] + (keyed ? " " + tokens[1] : "")] = Tokens(tokens.begin() + (keyed ? 2 : 1), tokens.end());
-        }
+        platform.delays = platform.delays || tokens[0] == "delay";
+        platform.answers[tokens[0] + (keyed ? " " + tokens[1] : "")] =
+            Tokens(tokens.begin() + (keyed ? 2 : 1), tokens.end());
     }
     if (const char* record = std::getenv("VELA_RECORD")) {
         platform.record = open(record, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
