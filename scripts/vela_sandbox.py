@@ -9,7 +9,8 @@ lines are caught and returned as "<PRI> IDENT: MESSAGE".
 
 usage: vela_sandbox.py --state DIR [--private PATH] [--bind-ro PATH] [--env NAME=VALUE]
                        [--timeout SECONDS] [--log FILE] -- COMMAND [ARG]...
-  DIR/root/PATH backs private path PATH; DIR/control is /.vela-test inside.
+  DIR/root/PATH backs private path PATH; DIR/control is /.vela-test inside;
+  the three generator directories are made when missing.
   Exit status: the command's; 124 past the time limit.
 """
 import os
@@ -22,6 +23,8 @@ import threading
 
 PRIVATE_PATHS = ["/run", "/var", "/usr/vela", "/.old_patch_info", "/etc/systemd", "/etc/velasystemd"]
 CONTROL_DIR = "/.vela-test"
+# Made by the command line when missing, as the service manager makes them.
+GENERATOR_DIRS = ["/run/systemd/generator", "/run/systemd/generator.early", "/run/systemd/generator.late"]
 PATH = "/usr/sbin:/usr/bin:/sbin:/bin"
 # Shown by bubblewrap itself or empty in the sandbox.
 FRESH = {"/dev", "/proc", "/tmp", CONTROL_DIR}
@@ -135,7 +138,8 @@ def main(argv):
     if not argv or argv[0] != "--" or len(argv) < 2 or not options["--state"]:
         sys.exit(__doc__)
     state = os.path.abspath(options["--state"][-1])
-    os.makedirs(state + "/control", exist_ok=True)
+    for path in ["/control"] + ["/root" + d for d in GENERATOR_DIRS]:
+        os.makedirs(state + path, exist_ok=True)
     env = dict(item.split("=", 1) for item in options["--env"])
     status, out, err, lines = run(state + "/root", argv[1:], options["--private"], options["--bind-ro"],
                                   state + "/control", env, timeout=float(options["--timeout"][-1]))

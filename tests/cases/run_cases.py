@@ -38,7 +38,7 @@ import tempfile
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts"))
 import vela_sandbox  # noqa: E402
 
-GENERATOR_DIRS = ["/run/systemd/generator", "/run/systemd/generator.early", "/run/systemd/generator.late"]
+GENERATOR_DIRS = vela_sandbox.GENERATOR_DIRS
 PRIVATE = vela_sandbox.PRIVATE_PATHS + ["/etc"]
 DIRECTIVES = {"case", "args", "has", "lacks", "mount", "+", "-", "exit", "stderr", "log", "call", "watch"}
 TABLE = {"units", "reason", "support", "default", "packed", "belongs", "carries", "status", "changed", "enable",
