@@ -16,6 +16,7 @@ import shutil
 import sys
 import tempfile
 
+sys.dont_write_bytecode = True  # nothing lands in the source tree
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts"))
 import vela_sandbox  # noqa: E402
 
