@@ -64,7 +64,9 @@ run_platform() {
         cp -a "$scenario/tree/." "$state/root/"
     else
         cp "$scenario/table" "$state/control/table"
-        environment=("LD_PRELOAD=$scripted_library" "VELA_TABLE=/.vela-test/table")
+        # Named through a link: LD_PRELOAD cannot hold a path with a blank.
+        ln -sfn "$scripted_library" "$state/control/scripted.so"
+        environment=("LD_PRELOAD=/.vela-test/scripted.so" "VELA_TABLE=/.vela-test/table")
     fi
     # At the highest priority, so that other work on the machine disturbs the
     # times less; the generator and the floor get the same.

@@ -171,8 +171,10 @@ def run_case(case, options, work):
         table.writelines(f"{word} {rest}\n" for word, rest in lines if word not in DIRECTIVES)
     generator = os.path.join(options.build, "generator", "vela-system-generator")
     args = next(([] if not rest else rest.split(" ") for word, rest in lines if word == "args"), GENERATOR_DIRS)
+    # Named through a link of its own: LD_PRELOAD cannot hold a path with a blank.
+    os.symlink(os.path.join(options.build, "tests", "scripted", "libvelascripted.so"), control + "/scripted.so")
     preload = [options.preload_first] if options.preload_first else []
-    env = {"LD_PRELOAD": " ".join(preload + [os.path.join(options.build, "tests", "scripted", "libvelascripted.so")]),
+    env = {"LD_PRELOAD": " ".join(preload + ["/.vela-test/scripted.so"]),
            "VELA_TABLE": "/.vela-test/table", "VELA_RECORD": "/.vela-test/record"}
     remounts = [tuple(rest.split(" ", 1)) for word, rest in lines if word == "mount"]
     status, _, err, log = vela_sandbox.run(root, [generator] + [unescape(a) for a in args], PRIVATE,
