@@ -11,10 +11,10 @@ Prints one line per failing case with its differences, then "N passed, N failed"
 A case file: lines before the first "case" belong to every case of the file.
   case TITLE            starts a case
   args [ARG]...         the generator's arguments (default: the three directories)
-  has PATH SPEC         the tree before (besides the three generator directories)
+  has PATH ENTRY         the tree before (besides the three generator directories)
   lacks PATH            PATH (with all below) absent before
   mount ro|full PATH    PATH read-only, or full from the start
-  + PATH SPEC           the tree after holds this (parent directories 0755 implied)
+  + PATH ENTRY           the tree after holds this (parent directories 0755 implied)
   - PATH                the tree after lacks PATH and all below
   exit N                the exit status (default 0)
   stderr TEXT           one line of standard error (default: none)
@@ -23,7 +23,7 @@ A case file: lines before the first "case" belong to every case of the file.
                         in the order of their tree (a parent, then its children as forked)
   watch NAME...         also watch these operations (no call of them: none made)
   anything else         a line of the scripted platform's table
-SPEC: "/ [MODE]" a directory, "[MODE] = TEXT" a file (\\n escapes), "-> TARGET"
+ENTRY: "/ [MODE]" a directory, "[MODE] = TEXT" a file (\\n escapes), "-> TARGET"
 a link, "fifo". $GENERATOR in stderr stands for the generator's path.
 """
 import argparse
@@ -66,23 +66,23 @@ def unescape(text):
     return text.encode("latin-1", "backslashreplace").decode("unicode_escape")
 
 
-def parse_spec(spec):
+def parse_entry(entry):
     """The canonical form of an entry: "dir MODE", "file MODE = TEXT", "-> TARGET", "fifo"."""
-    if spec.startswith("->"):
-        return "-> " + spec[3:]
-    if spec == "fifo":
-        return spec
-    if spec.startswith("/"):
-        return "dir " + (spec[2:] or "0755")
-    mode, _, text = spec.partition("=")
+    if entry.startswith("->"):
+        return "-> " + entry[3:]
+    if entry == "fifo":
+        return entry
+    if entry.startswith("/"):
+        return "dir " + (entry[2:] or "0755")
+    mode, _, text = entry.partition("=")
     return f"file {mode.strip() or '0644'} = " + unescape(text[1:]).encode("unicode_escape").decode()
 
 
 def split_entry(rest):
-    """ "PATH SPEC" into the path and the canonical spec; a path ending in "/" is a directory."""
+    """ "PATH ENTRY" into the path and the canonical entry; a path ending in "/" is a directory."""
     match = re.match(r"(\S+?)(/?)(?: (.*))?$", rest)
-    path, slash, spec = unescape(match[1]), match[2], match[3] or ""
-    return path, parse_spec(("/ " + spec).strip() if slash else spec)
+    path, slash, entry = unescape(match[1]), match[2], match[3] or ""
+    return path, parse_entry(("/ " + entry).strip() if slash else entry)
 
 
 def snapshot(root):
