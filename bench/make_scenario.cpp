@@ -5,7 +5,7 @@
 //   OUT/tree/etc/systemd/system/       the administrator's enable links
 //   OUT/tree/etc/velasystemd/changed/  change marks
 //   OUT/tree/usr/vela/etc/             the support table
-//   OUT/script.json                    the same platform for the scripted library
+//   OUT/table                          the same platform for the scripted library
 //   OUT/plan-standin, OUT/plan-scripted
 //                                      what a run leaves behind on each platform
 //
@@ -242,31 +242,31 @@ void WriteTree(const std::string& tree, const std::vector<Unit>& units) {
     }
 }
 
-std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
-
-std::string JsonList(const std::vector<std::string>& names) {
-    std::string list = "[";
-    for (const std::string& name : names) {
-        list += (list.size() > 1 ? "," : "") + Quoted(name);
+// One line of the scripted platform's table: "OPERATION [KEY] ANSWER...".
+std::string TableLine(const std::string& operation, const std::vector<std::string>& words) {
+    std::string line = operation;
+    for (const std::string& word : words) {
+        line += " " + word;
     }
-    return list + "]";
+    return line + "\n";
 }
 
-// One table of the script: {"unit": answer, ...} for the units `answer` gives
-// one for (a non-empty string).
+// The lines of one operation for the units `answer` gives one for (a word
+// list; none: no line).
 template <typename AnswerOf>
-std::string JsonTable(const std::vector<Unit>& units, AnswerOf answerOf) {
-    std::string table = "{";
+std::string TableLines(const std::vector<Unit>& units, const std::string& operation, AnswerOf answerOf) {
+    std::string lines;
     for (const Unit& unit : units) {
-        const std::string answer = answerOf(unit);
-        if (!answer.empty()) {
-            table += (table.size() > 1 ? ",\n" : "\n") + Quoted(unit.name) + ":" + answer;
+        std::vector<std::string> words;
+        if (answerOf(unit, words)) {
+            words.insert(words.begin(), unit.name);
+            lines += TableLine(operation, words);
         }
     }
-    return table + "}";
+    return lines;
 }
 
-std::string BoolText(bool value) { return value ? "true" : "false"; }
+std::string YesNo(bool value) { return value ? "yes" : "no"; }
 
 // The units that one of the link-writing tasks hands to the wants-link writer.
 std::set<std::string> LinkedUnits(const std::vector<Unit>& units) {
@@ -280,35 +280,45 @@ std::set<std::string> LinkedUnits(const std::vector<Unit>& units) {
 
 // The same platform for the scripted library: every question the generator
 // asks gets the answer the unit tree gives. A unit without policy is left out
-// of the five query tables, which makes the queries fail with 0x700 as the
-// stand-in library's do; questions that are never asked get no entry.
-std::string ScriptText(const std::vector<Unit>& units) {
+// of the five query operations, which makes the queries fail with 0x700 as the
+// stand-in library's do; questions that are never asked get no line.
+std::string TableText(const std::vector<Unit>& units) {
     std::vector<std::string> names;
     std::vector<std::string> withReason;
     for (const Unit& unit : units) {
         names.push_back(unit.name);
         if (unit.reason) withReason.push_back(unit.name);
     }
-    auto ifPolicy = [](auto answer) {
-        return [answer](const Unit& unit) { return unit.policy ? answer(unit) : std::string(); };
-    };
-    std::string script = "{\"units\":" + JsonList(names) + ",\n\"services_with_reason\":" + JsonList(withReason);
-    script += ",\n\"support\":" + JsonTable(units, ifPolicy([](const Unit& u) { return BoolText(u.Supported()); }));
-    script += ",\n\"default_enable\":" +
-              JsonTable(units, ifPolicy([](const Unit& u) { return BoolText(u.defaultEnable); }));
-    script += ",\n\"packed_in\":" + JsonTable(units, ifPolicy([](const Unit& u) { return JsonList(u.packedIn); }));
-    script += ",\n\"belongs_to\":" +
-              JsonTable(units, ifPolicy([](const Unit& u) { return JsonList(u.stayAliveTargets); }));
-    script += ",\n\"target_carries\":" + JsonTable(units, ifPolicy([](const Unit& u) {
-                  return u.kind == Kind::TARGET ? JsonList(u.stayAliveUnits) : std::string();
-              }));
+    using Words = std::vector<std::string>;
+    std::string table = TableLine("units", names) + TableLine("reason", withReason);
+    table += TableLines(units, "support", [](const Unit& u, Words& w) {
+        w = {YesNo(u.Supported())};
+        return u.policy;
+    });
+    table += TableLines(units, "default", [](const Unit& u, Words& w) {
+        w = {YesNo(u.defaultEnable)};
+        return u.policy;
+    });
+    table += TableLines(units, "packed", [](const Unit& u, Words& w) {
+        w = u.packedIn;
+        return u.policy;
+    });
+    table += TableLines(units, "belongs", [](const Unit& u, Words& w) {
+        w = u.stayAliveTargets;
+        return u.policy;
+    });
+    table += TableLines(units, "carries", [](const Unit& u, Words& w) {
+        w = u.stayAliveUnits;
+        return u.policy && u.kind == Kind::TARGET;
+    });
     // Enable status is asked only for the units that a wants-link would link.
     const std::set<std::string> linkable = LinkedUnits(units);
-    script += ",\n\"enable_status\":" + JsonTable(units, [&linkable](const Unit& u) {
-                  return u.Status() && linkable.count(u.name) ? std::to_string(u.Status()) : std::string();
-              });
-    script += ",\n\"changed\":" + JsonTable(units, [](const Unit& u) { return u.changed ? std::string("true") : ""; });
-    return script + "}\n";
+    table += TableLines(units, "status", [&linkable](const Unit& u, Words& w) {
+        w = {std::to_string(u.Status())};
+        return u.Status() && linkable.count(u.name);
+    });
+    table += TableLines(units, "changed", [](const Unit& u, Words&) { return u.changed; });
+    return table;
 }
 
 // Whether the wants-link writer links `name`: enabled or static.
@@ -382,7 +392,7 @@ int main(int argc, char* argv[]) {
     const std::vector<Unit> units = MakeUnits(count);
     MakeDirectories(out);
     WriteTree(out + "/tree", units);
-    WriteFile(out + "/script.json", ScriptText(units));
+    WriteFile(out + "/table", TableText(units));
     WriteFile(out + "/plan-standin", PlanText(units, true));
     WriteFile(out + "/plan-scripted", PlanText(units, false));
     return 0;

@@ -63,12 +63,14 @@ run_platform() {
     if [ "$platform" = standin ]; then
         cp -a "$scenario/tree/." "$state/root/"
     else
-        cp "$scenario/script.json" "$state/control/script.json"
-        environment=("LD_PRELOAD=$scripted_library" "VELA_SCRIPT=/.vela-test/script.json")
+        cp "$scenario/table" "$state/control/table"
+        # Named through a link: LD_PRELOAD cannot hold a path with a blank.
+        ln -sfn "$scripted_library" "$state/control/scripted.so"
+        environment=("LD_PRELOAD=/.vela-test/scripted.so" "VELA_TABLE=/.vela-test/table")
     fi
     # At the highest priority, so that other work on the machine disturbs the
     # times less; the generator and the floor get the same.
-    nice -n -20 "$build/tests/sandbox/vela-sandbox" --state "$state" \
+    nice -n -20 "$top/scripts/vela_sandbox.py" --state "$state" \
         --private /usr/lib/systemd/system --private /usr/local/lib/systemd/system \
         --bind-ro "$build" --timeout 3600 --log "$state/syslog" -- \
         "$build/bench/timed-runs" --runs "$runs" "${reset[@]}" "${compare[@]}" \

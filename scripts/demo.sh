@@ -18,8 +18,8 @@ examples=$top/examples
 # The build's own output goes to a log; the demo's output is what matters.
 mkdir -p "$build"
 echo "Building into $build (output in $build/demo-build.log) ..."
-# Only what the demo runs: the generator, its two libraries and the sandbox.
-if ! VELA_BUILD_TARGETS="vela-system-generator vela-sandbox" \
+# Only what the demo runs: the generator and its two libraries.
+if ! VELA_BUILD_TARGETS="vela-system-generator" \
     "$top/scripts/build.sh" "$build" -DVELA_TESTS=ON >"$build/demo-build.log" 2>&1; then
   tail -n 40 "$build/demo-build.log"
   echo "The build failed; its whole output is in $build/demo-build.log" >&2
@@ -27,7 +27,7 @@ if ! VELA_BUILD_TARGETS="vela-system-generator vela-sandbox" \
 fi
 
 generator=$build/generator/vela-system-generator
-sandbox_cli=$build/tests/sandbox/vela-sandbox
+sandbox_cli=$top/scripts/vela_sandbox.py
 
 state=$(mktemp -d /dev/shm/vela-demo.XXXXXX)
 trap 'rm -rf "$state"' EXIT

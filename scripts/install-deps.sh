@@ -11,6 +11,7 @@ packages=(
   clang libclang-rt-14-dev
   dpkg-dev file
   build-essential debhelper man-db groff-base
+  python3
 )
 
 missing=()
