@@ -18,13 +18,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core_library.h"
@@ -44,8 +48,27 @@ struct ErrorState {
     int line = 0;
 };
 
+// The answers, held compactly: every child of the generator inherits them, and
+// a benchmark's table has tens of thousands of lines. Each line's decoded
+// words lie back to back in `pool`; an entry names its key ("OPERATION KEY")
+// and its answer words there. Entries are sorted by key; of equal keys the
+// last line wins.
+struct Span {
+    uint32_t offset, length;
+};
+struct Entry {
+    Span key;
+    uint32_t first, count;  // the answer: words[first, first + count)
+};
+struct Table {
+    std::string pool;
+    std::vector<Span> words;
+    std::vector<Entry> entries;
+    std::string_view View(Span span) const { return std::string_view(pool).substr(span.offset, span.length); }
+};
+
 struct Platform {
-    std::map<std::string, Tokens> answers;  // "OPERATION KEY" -> answer
+    Table answers;
     ErrorState error;
     int forks = 0;
     int record = -1;
@@ -62,8 +85,15 @@ std::string Decode(const std::string& token) {
     return text;
 }
 
+Span Append(std::string& pool, const std::string& text) {
+    Span span{static_cast<uint32_t>(pool.size()), static_cast<uint32_t>(text.size())};
+    pool += text;
+    return span;
+}
+
 Platform Load() {
     Platform platform;
+    Table& answers = platform.answers;
     std::ifstream table(std::getenv("VELA_TABLE") ? std::getenv("VELA_TABLE") : "/dev/null");
     for (std::string line; std::getline(table, line);) {
         std::istringstream words(line);
@@ -73,13 +103,31 @@ Platform Load() {
         // The two listings have no key: their answer follows the operation.
         bool keyed = tokens.size() > 1 && tokens[0] != "units" && tokens[0] != "reason";
         platform.delays = platform.delays || tokens[0] == "delay";
-        platform.answers[tokens[0] + (keyed ? " " + tokens[1] : "")] =
-            Tokens(tokens.begin() + (keyed ? 2 : 1), tokens.end());
+        Entry entry{Append(answers.pool, tokens[0] + (keyed ? " " + tokens[1] : "")),
+                    static_cast<uint32_t>(answers.words.size()), 0};
+        for (auto word = tokens.begin() + (keyed ? 2 : 1); word != tokens.end(); ++word, ++entry.count) {
+            answers.words.push_back(Append(answers.pool, *word));
+        }
+        answers.entries.push_back(entry);
     }
+    std::stable_sort(answers.entries.begin(), answers.entries.end(), [&](const Entry& a, const Entry& b) {
+        return answers.View(a.key) < answers.View(b.key);
+    });
     if (const char* record = std::getenv("VELA_RECORD")) {
         platform.record = open(record, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     }
     return platform;
+}
+
+// The answer of the last line with this key; none when no line has it.
+std::optional<Tokens> Answer(const Platform& platform, const std::string& key) {
+    const Table& table = platform.answers;
+    auto after = std::upper_bound(table.entries.begin(), table.entries.end(), std::string_view(key),
+                                  [&](std::string_view k, const Entry& e) { return k < table.View(e.key); });
+    if (after == table.entries.begin() || table.View((after - 1)->key) != key) return std::nullopt;
+    Tokens answer;
+    for (uint32_t i = 0; i < (after - 1)->count; ++i) answer.emplace_back(table.View(table.words[(after - 1)->first + i]));
+    return answer;
 }
 
 // Records the call in one write (whole lines from every process), then waits
@@ -92,17 +140,13 @@ Platform& Call(const std::string& name, const Tokens& args = {}) {
         line += ")\n";
         if (write(platform.record, line.data(), line.size()) < 0) std::abort();
     }
-    auto delay = platform.delays ? platform.answers.find("delay " + name) : platform.answers.end();
-    if (delay != platform.answers.end()) usleep(std::stoi(delay->second.at(0)) * 1000);
+    if (platform.delays) {
+        if (std::optional<Tokens> delay = Answer(platform, "delay " + name)) usleep(std::stoi(delay->at(0)) * 1000);
+    }
     return platform;
 }
 
-const Tokens* Answer(const Platform& platform, const std::string& key) {
-    auto found = platform.answers.find(key);
-    return found == platform.answers.end() ? nullptr : &found->second;
-}
-
-bool IsFailure(const Tokens* answer) { return answer && !answer->empty() && answer->front()[0] == '!'; }
+bool IsFailure(const std::optional<Tokens>& answer) { return answer && !answer->empty() && answer->front()[0] == '!'; }
 
 // Sets the error state from "!CODE[@FILE:LINE]" and returns false.
 bool Fail(Platform& platform, const std::string& failure) {
@@ -122,7 +166,7 @@ bool FailWithErrno(Platform& platform) {
 bool ListAnswer(const std::string& name, const std::string& op, const std::string& key,
                 std::vector<std::string>& out, bool keyed = true) {
     Platform& platform = Call(name, {key});
-    const Tokens* answer = Answer(platform, keyed ? op + " " + key : op);
+    std::optional<Tokens> answer = Answer(platform, keyed ? op + " " + key : op);
     if (!answer) return !keyed || Fail(platform, "!" + std::to_string(CODE_NO_POLICY));
     bool failed = IsFailure(answer);
     out.insert(out.end(), answer->begin() + failed, answer->end());
@@ -131,7 +175,7 @@ bool ListAnswer(const std::string& name, const std::string& op, const std::strin
 
 bool FlagAnswer(const std::string& name, const std::string& op, const std::string& unit, bool& out) {
     Platform& platform = Call(name, {unit});
-    const Tokens* answer = Answer(platform, op + " " + unit);
+    std::optional<Tokens> answer = Answer(platform, op + " " + unit);
     if (!answer || answer->empty()) return Fail(platform, "!" + std::to_string(CODE_NO_POLICY));
     bool failed = IsFailure(answer);
     if (answer->size() > size_t(failed)) out = answer->at(failed) == "yes";
@@ -139,14 +183,14 @@ bool FlagAnswer(const std::string& name, const std::string& op, const std::strin
 }
 
 // An operation that succeeds unless the table says "no" or a failure.
-bool Outcome(Platform& platform, const Tokens* answer) {
+bool Outcome(Platform& platform, const std::optional<Tokens>& answer) {
     if (IsFailure(answer)) return Fail(platform, answer->front());
     return !answer || answer->empty() || answer->front() != "no";
 }
 
 std::string TextAnswer(const Platform& platform, const std::string& op, const std::string& key,
                        const std::string& otherwise) {
-    const Tokens* answer = Answer(platform, op + " " + key);
+    std::optional<Tokens> answer = Answer(platform, op + " " + key);
     if (answer && !answer->empty() && answer->front() == "!throw") throw std::runtime_error("no unit file");
     return answer && !answer->empty() ? answer->front() : otherwise;
 }
@@ -208,7 +252,7 @@ std::string NormalizedUnitNameGet(const std::string& name) {
     return TextAnswer(Call("VELA::Systemd::NormalizedUnitNameGet", {name}), "normalized", name, typed ? name : name + ".service");
 }
 bool IsEnableStatusChanged(const std::string& unit) {
-    return Answer(Call("VELA::Systemd::IsEnableStatusChanged", {unit}), "changed " + unit) != nullptr;
+    return Answer(Call("VELA::Systemd::IsEnableStatusChanged", {unit}), "changed " + unit).has_value();
 }
 std::string UnitTypeGet(const std::string& unit) {
     return TextAnswer(Call("VELA::Systemd::UnitTypeGet", {unit}), "type", unit, SuffixOf(unit));
@@ -218,7 +262,7 @@ std::string UnitPathGet(const std::string& unit) {
 }
 bool ListServicesWithReason(std::vector<std::string>& services) {
     Platform& platform = Call("VELA::Systemd::ListServicesWithReason");
-    const Tokens* answer = Answer(platform, "reason");
+    std::optional<Tokens> answer = Answer(platform, "reason");
     if (answer) services.insert(services.end(), answer->begin() + IsFailure(answer), answer->end());
     return !IsFailure(answer) || Fail(platform, answer->front());
 }
@@ -231,7 +275,7 @@ bool AddUnitSection(const std::string& dir, const std::string& fileName, const s
         shown += (shown.empty() ? "" : ", ") + key + "=" + value;
     }
     Platform& platform = Call("VELA::Systemd::AddUnitSection", {dir, fileName, section, "{" + shown + "}"});
-    if (const Tokens* answer = Answer(platform, "section " + dir + fileName)) return Outcome(platform, answer);
+    if (std::optional<Tokens> answer = Answer(platform, "section " + dir + fileName)) return Outcome(platform, answer);
     std::ofstream file;
     if (MakeDirectories(dir)) file.open(dir + fileName, std::ios::trunc);
     return (file << text && file.flush()) || FailWithErrno(platform);
@@ -239,7 +283,7 @@ bool AddUnitSection(const std::string& dir, const std::string& fileName, const s
 
 bool LinkVelaReason(const std::string& dropInDir, const std::string& reasonFile) {
     Platform& platform = Call("VELA::Systemd::LinkVelaReason", {dropInDir, reasonFile});
-    if (const Tokens* answer = Answer(platform, "link " + dropInDir)) return Outcome(platform, answer);
+    if (std::optional<Tokens> answer = Answer(platform, "link " + dropInDir)) return Outcome(platform, answer);
     const std::string link = dropInDir + "vela-reason.conf";
     return (MakeDirectories(dropInDir) && symlink(reasonFile.c_str(), link.c_str()) == 0) || FailWithErrno(platform);
 }
@@ -255,7 +299,7 @@ int VLIBCErrorGetLine(void) { return Call("VLIBCErrorGetLine").error.line; }
 
 int VLIBCProcForkEx(int options) {
     Platform& platform = Call("VLIBCProcForkEx", {std::to_string(options)});
-    const Tokens* failure = Answer(platform, "fork " + std::to_string(++platform.forks));
+    std::optional<Tokens> failure = Answer(platform, "fork " + std::to_string(++platform.forks));
     failure = failure ? failure : Answer(platform, "fork *");
     if (IsFailure(failure)) return Fail(platform, failure->front()) - 1;
     pid_t pid = fork();
@@ -270,7 +314,7 @@ int VLIBCExec(const char* program, const char* arg1, const char* arg2, const cha
 
 int VLIBCFileTouch(const char* path) {
     Platform& platform = Call("VLIBCFileTouch", {C(path)});
-    const Tokens* answer = Answer(platform, "touch " + C(path));
+    std::optional<Tokens> answer = Answer(platform, "touch " + C(path));
     if (IsFailure(answer)) return Fail(platform, answer->front()) - 1;
     int fd = open(path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
     return fd < 0 ? FailWithErrno(platform) - 1 : close(fd);
