@@ -150,7 +150,7 @@ END {
     print ""
     print "targets"
     # The same targets for both platforms: 1.5x the floor up to 1,000 units,
-    # 2.0x at 10,000, where the floor's own work dominates less.
+    # 2.0x at 10,000 units.
     for (p = 1; p <= np; p++) for (i = 1; i <= ns; i++) {
         pl = platform[p]; s = size[i]; limit = s < 10000 ? 1.5 : 2.0
         printf "  %-9s %5d units at most %.1fx the floor: %s (%.2fx)\n", name[pl], s, limit,
