@@ -79,17 +79,30 @@ check_reason() {
   check_running "$refused"
 }
 
+# systemctl waits for the job it asked for only. An isolation also queues a
+# stop job for every unit the target does not keep, and the target's own job
+# can finish before they do: wait until the manager's job queue is empty.
+settle() {
+  for _ in $(seq 300); do
+    [ -z "$(inside systemctl list-jobs --no-legend)" ] && return
+    sleep 0.1
+  done
+  fail "jobs still queued: $(inside systemctl list-jobs --no-legend | paste -sd ';')"
+}
+
 # Isolating to the target leaves exactly these of the platform's services.
 check_isolate() {
   local target=$1 expected running
   shift
   expected=$(printf '%s\n' "$@" | sort | paste -sd ' ')
   ctl isolate "$target"
+  settle
   running=$(inside systemctl list-units --type=service --state=active --plain --no-legend | while read -r unit _; do
     if [ -f "$UNIT_DIR/$unit" ] || [ -f "$UNIT_DIR/${unit%%@*}@.service" ]; then echo "$unit"; fi
   done | sort | paste -sd ' ')
   [ "$running" = "$expected" ] || fail "running: $running"
   ctl isolate multi-user.target
+  settle
 }
 
 check_daemon-reload() { ctl daemon-reload; }
