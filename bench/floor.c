@@ -4,11 +4,19 @@
  * what to make from a plan that was worked out beforehand, with no library
  * behind it. The benchmark measures the generator against it.
  *
- * usage: floor PLAN NORMAL-DIR EARLY-DIR LATE-DIR
+ * With --read it first reads the input every generator on this platform must
+ * read, once and as cheaply as a C program can, and discards it: each PATH
+ * that is a file is read whole; each that is a directory is listed, its files
+ * read, its links' targets read and its *.wants/ and *.requires/ directories
+ * listed. That floor is the yardstick for the reading a generator cannot skip.
+ *
+ * usage: floor [--read PATH]... PLAN NORMAL-DIR EARLY-DIR LATE-DIR
  *
  * The plan's lines (fields separated by tabs) are described in
  * make_scenario.cpp. Failures are reported on standard error; the benchmark
  * compares what both programs left, so a floor that makes less is caught. */
+#define _GNU_SOURCE
+#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -25,6 +33,10 @@
 #define PACK_CONF_NAME "vela-pack.conf"
 #define CHECK_COMMAND "/usr/vela/bin/velasystemctl check-service-reason %n"
 #define MAX_FIELDS 4
+#define READ_OPTION "--read"
+#define MAX_READ_PATHS 16
+#define LISTING_SIZE 32768
+#define CONTENT_SIZE 65536
 
 struct line {
     char op;
@@ -65,6 +77,63 @@ static char* read_whole_file(const char* path) {
     if (!text) exit(1);
     text[done] = '\0';
     return text;
+}
+
+/* What --read reads goes to these and is overwritten by what follows. */
+struct input_buffers {
+    char listing[LISTING_SIZE];
+    char link_listing[LISTING_SIZE];
+    char content[CONTENT_SIZE];
+};
+
+static int has_suffix(const char* name, const char* suffix) {
+    size_t length = strlen(name), suffix_length = strlen(suffix);
+    return length > suffix_length && strcmp(name + length - suffix_length, suffix) == 0;
+}
+
+static void read_file_at(int directory_fd, const char* name, struct input_buffers* buffers) {
+    int fd = openat(directory_fd, name, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return;
+    while (read(fd, buffers->content, sizeof buffers->content) > 0) {
+    }
+    close(fd);
+}
+
+/* Lists the directory `fd` (and closes it), calling visit() for each entry
+ * but "." and "..", with the listing read into `listing`. */
+static void list_directory(int fd, char* listing, void (*visit)(int, const struct dirent64*, struct input_buffers*),
+                           struct input_buffers* buffers) {
+    ssize_t got;
+    while ((got = getdents64(fd, listing, LISTING_SIZE)) > 0) {
+        for (ssize_t at = 0; at < got;) {
+            const struct dirent64* entry = (const struct dirent64*)(listing + at);
+            at += entry->d_reclen;
+            if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
+            if (visit) visit(fd, entry, buffers);
+        }
+    }
+    close(fd);
+}
+
+static void visit_unit_entry(int directory_fd, const struct dirent64* entry, struct input_buffers* buffers) {
+    if (entry->d_type == DT_REG) {
+        read_file_at(directory_fd, entry->d_name, buffers);
+    } else if (entry->d_type == DT_LNK) {
+        (void)readlinkat(directory_fd, entry->d_name, buffers->content, sizeof buffers->content);
+    } else if (entry->d_type == DT_DIR && (has_suffix(entry->d_name, ".wants") || has_suffix(entry->d_name, ".requires"))) {
+        int fd = openat(directory_fd, entry->d_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (fd >= 0) list_directory(fd, buffers->link_listing, NULL, buffers);
+    }
+}
+
+/* Reads the input at `path`; a path that does not exist is no input. */
+static void read_input(const char* path, struct input_buffers* buffers) {
+    int fd = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        list_directory(fd, buffers->listing, visit_unit_entry, buffers);
+    } else if (errno == ENOTDIR) {
+        read_file_at(AT_FDCWD, path, buffers);
+    }
 }
 
 /* Splits the plan text in place into lines and fields. */
@@ -203,13 +272,20 @@ static void enable_default_units(const struct plan* plan) {
 }
 
 int main(int argc, char* argv[]) {
-    if (argc != 5) {
-        fprintf(stderr, "usage: %s PLAN NORMAL-DIR EARLY-DIR LATE-DIR\n", argv[0]);
+    const char* inputs[MAX_READ_PATHS];
+    int input_count = 0, first = 1;
+    for (; first + 1 < argc && strcmp(argv[first], READ_OPTION) == 0 && input_count < MAX_READ_PATHS; first += 2) {
+        inputs[input_count++] = argv[first + 1];
+    }
+    if (argc - first != 4) {
+        fprintf(stderr, "usage: %s [--read PATH]... PLAN NORMAL-DIR EARLY-DIR LATE-DIR\n", argv[0]);
         return 1;
     }
-    normal_dir = argv[2];
-    early_dir = argv[3];
-    const struct plan plan = parse_plan(read_whole_file(argv[1]));
+    normal_dir = argv[first + 1];
+    early_dir = argv[first + 2];
+    static struct input_buffers buffers;
+    for (int i = 0; i < input_count; ++i) read_input(inputs[i], &buffers);
+    const struct plan plan = parse_plan(read_whole_file(argv[first]));
     void (*const tasks[])(const struct plan*) = {add_reason_drop_ins, mask_units, add_stay_alive_links,
                                                  add_pack_drop_ins, enable_default_units};
     for (size_t i = 0; i < sizeof tasks / sizeof tasks[0]; ++i) {

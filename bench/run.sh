@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # The generator's benchmark: for each size, a scenario of that many units, run
 # on the scripted platform and on the stand-in unit library, each in a
-# bubblewrap sandbox on tmpfs, interleaved with the floor program; prints the
-# median times, their ratio, the peak memory and the growth with size.
+# bubblewrap sandbox on tmpfs, interleaved with the two floors (the floor
+# program alone, and with one plain read of the input first); prints the
+# median times, their ratios, the peak memory and the growth with size.
 #
 # usage: bench/run.sh [--runs N] [--sizes "100 1000 10000"] [--platforms "scripted standin"]
 #                     [--build DIR] [--keep]
@@ -25,7 +26,7 @@ while [ $# -gt 0 ]; do
         --platforms) platforms=$2; shift 2 ;;
         --build) build=$2; shift 2 ;;
         --keep) keep=1; shift ;;
-        *) sed -n '7,12p' "$0" >&2; exit 2 ;;
+        *) sed -n '8,13p' "$0" >&2; exit 2 ;;
     esac
 done
 
@@ -52,6 +53,12 @@ reset=(--clean "$normal" --clean "$early" --clean "$late" --remove /run/velasyst
 compare=(--compare "$normal" --compare "$early" --compare "$late" --compare /run/velasystemd
          --compare /run/systemd/system)
 
+# What the stand-in platform's answers come from, for the floor+read program
+# to read: the unit directories (/lib/systemd/system is /usr/lib's on this
+# system) and the support table. The scripted platform's come from its table.
+standin_inputs=(/etc/systemd/system /run/systemd/system /usr/local/lib/systemd/system /usr/lib/systemd/system
+                /usr/vela/etc/unit-support.conf)
+
 # run_platform SIZE PLATFORM: appends "SIZE PLATFORM LABEL ROUND WALL-NS
 # MAX-RSS-KIB CPU-NS" lines to $work/times.
 run_platform() {
@@ -59,14 +66,16 @@ run_platform() {
     local scenario="$work/$size" state="$work/$size/$platform"
     mkdir -p "$state/root" "$state/control"
     cp "$scenario/plan-$platform" "$state/control/plan"
-    local environment=()
+    local environment=() inputs=()
     if [ "$platform" = standin ]; then
         cp -a "$scenario/tree/." "$state/root/"
+        for input in "${standin_inputs[@]}"; do inputs+=(--read "$input"); done
     else
         cp "$scenario/table" "$state/control/table"
         # Named through a link: LD_PRELOAD cannot hold a path with a blank.
         ln -sfn "$scripted_library" "$state/control/scripted.so"
         environment=("LD_PRELOAD=/.vela-test/scripted.so" "VELA_TABLE=/.vela-test/table")
+        inputs=(--read /.vela-test/table)
     fi
     # At the highest priority, so that other work on the machine disturbs the
     # times less; the generator and the floor get the same.
@@ -76,6 +85,7 @@ run_platform() {
         "$build/bench/timed-runs" --runs "$runs" "${reset[@]}" "${compare[@]}" \
         --command generator "${environment[@]}" "$generator" "$normal" "$early" "$late" \
         --command floor "$build/bench/floor" /.vela-test/plan "$normal" "$early" "$late" \
+        --command floor+read "$build/bench/floor" "${inputs[@]}" /.vela-test/plan "$normal" "$early" "$late" \
         >"$state/times" || {
         # timed-runs has said why; a tree listing it made lies in $state/root/tmp.
         echo "bench: the $platform run of $size units failed; work directory kept: $work" >&2
@@ -129,41 +139,42 @@ function verdict(ok) { return ok ? "met" : "MISSED" }
 END {
     ns = split(sizes, size, " "); np = split(platforms, platform, " ")
     name["scripted"] = "scripted"; name["standin"] = "stand-in"
-    printf "%8s  %-9s %12s %12s %7s %14s %14s %12s %12s %7s\n", "units", "platform", "generator", "floor", "ratio",
-        "gen peak RSS", "floor peak RSS", "gen CPU", "floor CPU", "ratio"
+    printf "%8s  %-9s %12s %12s %7s %14s %14s %12s %12s %7s %12s %7s %12s %7s\n", "units", "platform", "generator",
+        "floor", "ratio", "gen peak RSS", "floor peak RSS", "gen CPU", "floor CPU", "ratio", "floor+read", "ratio",
+        "f+r CPU", "ratio"
     for (i = 1; i <= ns; i++) for (p = 1; p <= np; p++) {
-        s = size[i]; pl = platform[p]
-        g = median(s SUBSEP pl SUBSEP "generator", 0); f = median(s SUBSEP pl SUBSEP "floor", 0)
-        gc = median(s SUBSEP pl SUBSEP "generator", 1); fc = median(s SUBSEP pl SUBSEP "floor", 1)
-        gen[s, pl] = g; flo[s, pl] = f; ratio[s, pl] = g / f
-        peak[s, pl] = rss[s SUBSEP pl SUBSEP "generator"]
-        printf "%8d  %-9s %9.2f ms %9.2f ms %6.2fx %14s %14s %9.2f ms %9.2f ms %6.2fx\n", s, name[pl], g / 1e6,
-            f / 1e6, g / f, mib(peak[s, pl]), mib(rss[s SUBSEP pl SUBSEP "floor"]), gc / 1e6, fc / 1e6, gc / fc
+        s = size[i]; pl = platform[p]; k = s SUBSEP pl SUBSEP
+        g = median(k "generator", 0); f = median(k "floor", 0); r = median(k "floor+read", 0)
+        gc = median(k "generator", 1); fc = median(k "floor", 1); rc = median(k "floor+read", 1)
+        gen[s, pl] = g; flo[s, pl] = f; red[s, pl] = r; ratio[s, pl] = g / f; read_ratio[s, pl] = g / r
+        peak[s, pl] = rss[k "generator"]
+        printf "%8d  %-9s %9.2f ms %9.2f ms %6.2fx %14s %14s %9.2f ms %9.2f ms %6.2fx %9.2f ms %6.2fx %9.2f ms %6.2fx\n",
+            s, name[pl], g / 1e6, f / 1e6, g / f, mib(peak[s, pl]), mib(rss[k "floor"]), gc / 1e6, fc / 1e6, gc / fc,
+            r / 1e6, g / r, rc / 1e6, gc / rc
     }
     for (p = 1; p <= np; p++) {
         pl = platform[p]
         if (!(((1000, pl) in gen) && ((10000, pl) in gen))) continue
         if (!grown++) print ""
-        printf "growth 1,000 -> 10,000 units, %-9s generator %5.2fx, floor %5.2fx\n", name[pl],
-            gen[10000, pl] / gen[1000, pl], flo[10000, pl] / flo[1000, pl]
+        growth[pl] = gen[10000, pl] / gen[1000, pl]; floor_growth[pl] = flo[10000, pl] / flo[1000, pl]
+        printf "growth 1,000 -> 10,000 units, %-9s generator %5.2fx, floor %5.2fx, floor+read %5.2fx\n", name[pl],
+            growth[pl], floor_growth[pl], red[10000, pl] / red[1000, pl]
     }
+    # The targets hold for the stand-in platform; the scripted one is a test double.
+    pl = "standin"
+    if (!((100, pl) in gen || (1000, pl) in gen || (10000, pl) in gen)) exit
     print ""
-    print "targets"
-    # The same targets for both platforms: 1.5x the floor up to 1,000 units,
-    # 2.0x at 10,000 units.
-    for (p = 1; p <= np; p++) for (i = 1; i <= ns; i++) {
-        pl = platform[p]; s = size[i]; limit = s < 10000 ? 1.5 : 2.0
-        printf "  %-9s %5d units at most %.1fx the floor: %s (%.2fx)\n", name[pl], s, limit,
-            verdict(ratio[s, pl] <= limit), ratio[s, pl]
+    print "targets (stand-in)"
+    for (i = 1; i <= ns; i++) {
+        s = size[i]; limit = s < 1000 ? 1.6 : 1.5; read_limit = s < 1000 ? 1.4 : 1.2
+        printf "  %5d units at most %.1fx the floor: %s (%.2fx)\n", s, limit, verdict(ratio[s, pl] <= limit), ratio[s, pl]
+        printf "  %5d units at most %.1fx the floor+read: %s (%.2fx)\n", s, read_limit,
+            verdict(read_ratio[s, pl] <= read_limit), read_ratio[s, pl]
     }
-    for (p = 1; p <= np; p++) {
-        pl = platform[p]
-        if (((1000, pl) in gen) && ((10000, pl) in gen)) {
-            g = gen[10000, pl] / gen[1000, pl]
-            printf "  %-9s 10,000 units at most 11x 1,000 units: %s (%.2fx)\n", name[pl], verdict(g <= 11), g
-        }
-        if ((10000, pl) in peak)
-            printf "  %-9s peak RSS under 8 MiB at 10,000 units: %s (%s)\n", name[pl],
-                verdict(peak[10000, pl] < 8 * 1024), mib(peak[10000, pl])
-    }
+    if (pl in growth)
+        printf "  growth 1,000 -> 10,000 at most 0.5 above the floor growth: %s (%.2fx against %.2fx)\n",
+            verdict(growth[pl] <= floor_growth[pl] + 0.5), growth[pl], floor_growth[pl]
+    if ((10000, pl) in peak)
+        printf "  peak RSS at most 6 MiB at 10,000 units: %s (%s)\n", verdict(peak[10000, pl] <= 6 * 1024),
+            mib(peak[10000, pl])
 }' "$work/times"
