@@ -68,7 +68,7 @@ TEST(UnitFileParser, ReadsPolicyAndInstallSectionsAsSystemdWould) {
         text.clear();
         ++count;
     }
-    EXPECT_EQ(count, 16);
+    EXPECT_EQ(count, 17);
 }
 
 TEST(SupportTableParser, AcceptsOnlyConsistentYesNoLines) {
