@@ -217,6 +217,15 @@ TEST_F(UnitModelTest, EnableStatusSeesEveryChangeMadeAfterARead) {
     EXPECT_EQ(model.EnableStatusGet("d.service"), 0) << "change in the tick of the read";
     Link(RUN + "d.service", "/dev/null");
     EXPECT_EQ(model.EnableStatusGet("d.service"), 3) << "mask added";
+    // An entry read and parsed, then made a mask, a link, a link elsewhere.
+    Write("/srv/a/e.service", WANTED);
+    Write("/srv/b/e.service", "[Unit]\n");
+    for (const auto& [target, status] : {std::pair<std::string, int>{"", 0}, {"/dev/null", 3}, {"/srv/b/e.service", 2},
+                                         {"/srv/a/e.service", 0}}) {
+        fs::remove(Path(ETC + "e.service"));
+        Write(ETC + "e.service", target.empty() ? WANTED : target, !target.empty());
+        EXPECT_EQ(model.EnableStatusGet("e.service"), status) << "entry now " << target;
+    }
 }
 
 TEST_F(UnitModelTest, EnablingAndDisablingPlaceLinksAndMarksByDefaultPolicy) {
