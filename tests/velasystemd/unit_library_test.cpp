@@ -208,12 +208,16 @@ TEST_F(UnitModelTest, EnableStatusSeesEveryChangeMadeAfterARead) {
     EXPECT_EQ(status, 0);
     EXPECT_EQ(model.EnableStatusGet("d.service"), 1) << "the other process's change";
     // A change in the same clock tick as the read leaves the time as it was.
-    const timespec frozen[2] = {{0, UTIME_OMIT}, {time(nullptr) + 3600, 0}};
     const std::string links = Path(ETC + "multi-user.target.wants");
-    ASSERT_EQ(utimensat(AT_FDCWD, links.c_str(), frozen, 0), 0);
+    auto stamp = [&](timespec modified) {
+        const timespec times[2] = {{0, UTIME_OMIT}, modified};
+        return utimensat(AT_FDCWD, links.c_str(), times, 0) == 0;
+    };
+    const timespec frozen = {time(nullptr) + 3600, 0};
+    ASSERT_TRUE(stamp(frozen));
     EXPECT_EQ(model.EnableStatusGet("d.service"), 1);
     fs::remove(links + "/d.service");
-    ASSERT_EQ(utimensat(AT_FDCWD, links.c_str(), frozen, 0), 0);
+    ASSERT_TRUE(stamp(frozen));
     EXPECT_EQ(model.EnableStatusGet("d.service"), 0) << "change in the tick of the read";
     Link(RUN + "d.service", "/dev/null");
     EXPECT_EQ(model.EnableStatusGet("d.service"), 3) << "mask added";
@@ -226,6 +230,18 @@ TEST_F(UnitModelTest, EnableStatusSeesEveryChangeMadeAfterARead) {
         Write(ETC + "e.service", target.empty() ? WANTED : target, !target.empty());
         EXPECT_EQ(model.EnableStatusGet("e.service"), status) << "entry now " << target;
     }
+    // The directory stamped with the very tick of the read, then changed in it.
+    Link(ETC + "multi-user.target.wants/e.service", "/srv/a/e.service");
+    timespec tick, after;
+    do {  // until the read falls in the tick the directory is stamped with
+        (void)clock_gettime(CLOCK_REALTIME_COARSE, &tick);
+        ASSERT_TRUE(stamp(tick));
+        EXPECT_EQ(model.EnableStatusGet("e.service"), 1);
+        (void)clock_gettime(CLOCK_REALTIME_COARSE, &after);
+    } while (after.tv_sec != tick.tv_sec || after.tv_nsec != tick.tv_nsec);
+    fs::remove(links + "/e.service");
+    ASSERT_TRUE(stamp(tick));
+    EXPECT_EQ(model.EnableStatusGet("e.service"), 0) << "change in the tick of the read";
 }
 
 TEST_F(UnitModelTest, EnablingAndDisablingPlaceLinksAndMarksByDefaultPolicy) {
