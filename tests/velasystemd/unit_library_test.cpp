@@ -242,6 +242,14 @@ TEST_F(UnitModelTest, EnableStatusSeesEveryChangeMadeAfterARead) {
     fs::remove(links + "/e.service");
     ASSERT_TRUE(stamp(tick));
     EXPECT_EQ(model.EnableStatusGet("e.service"), 0) << "change in the tick of the read";
+    // A time long past, then a change stamped later in the same second.
+    const timespec past = {time(nullptr) - 60, 1};
+    Link(ETC + "multi-user.target.wants/e.service", "/srv/a/e.service");
+    ASSERT_TRUE(stamp(past));
+    EXPECT_EQ(model.EnableStatusGet("e.service"), 1);
+    fs::remove(links + "/e.service");
+    ASSERT_TRUE(stamp({past.tv_sec, 2}));
+    EXPECT_EQ(model.EnableStatusGet("e.service"), 0) << "change in the same second";
 }
 
 TEST_F(UnitModelTest, EnablingAndDisablingPlaceLinksAndMarksByDefaultPolicy) {
