@@ -68,7 +68,7 @@ TEST(UnitFileParser, ReadsPolicyAndInstallSectionsAsSystemdWould) {
         text.clear();
         ++count;
     }
-    EXPECT_EQ(count, 16);
+    EXPECT_EQ(count, 17);
 }
 
 TEST(SupportTableParser, AcceptsOnlyConsistentYesNoLines) {
@@ -121,8 +121,9 @@ TEST_F(UnitModelTest, ListsValidNamesInByteOrderAndLocatesTheirFiles) {
     UnitModel model(root_);
     Names units;
     ASSERT_TRUE(model.ListUnits(units, ""));
-    EXPECT_EQ(units, (Names{"a@.service", "bad.service", "bare.service", "broken.service", "keyless.target",
-                            "lib.service", "off.service", "on.service", "plain.service", "unknown.socket"}));
+    EXPECT_EQ(units, (Names{"a@.service", "bad.service", "bare.service", "broken.service", "etc-over-run.service",
+                            "keyless.target", "lib.service", "local-over-usr.service", "off.service", "on.service",
+                            "plain.service", "run-over-local.service", "unknown.socket", "usr-over-lib.service"}));
     ASSERT_TRUE(model.ListServicesWithReason(units));
     EXPECT_EQ(units, (Names{"off.service", "on.service"}));
     EXPECT_EQ(model.UnitPathGet("plain.service"), Path(ETC + "plain.service"));
@@ -135,7 +136,7 @@ TEST_F(UnitModelTest, ListsValidNamesInByteOrderAndLocatesTheirFiles) {
     fs::remove_all(Path("/lib"));
     Link("/lib", "usr/lib");  // the same directory under a second name is read once
     ASSERT_TRUE(UnitModel(root_).ListUnits(units, ""));
-    EXPECT_EQ(units.size(), 9u);
+    EXPECT_EQ(units.size(), 13u);
     fs::remove_all(Path("/usr/local/lib/systemd/system"));
     Write("/usr/local/lib/systemd/system", "a file where a directory belongs");
     UnitModel broken(root_);
@@ -144,7 +145,7 @@ TEST_F(UnitModelTest, ListsValidNamesInByteOrderAndLocatesTheirFiles) {
 
 TEST_F(UnitModelTest, QueriesAnswerFromTheXVelaSectionAndTheLinks) {
     std::vector<std::string> queries = WriteMixedTree();
-    ASSERT_EQ(queries.size(), 17u);
+    ASSERT_EQ(queries.size(), 21u);
     UnitModel model(root_);
     for (const std::string& query : queries) {
         struct {
@@ -207,15 +208,48 @@ TEST_F(UnitModelTest, EnableStatusSeesEveryChangeMadeAfterARead) {
     EXPECT_EQ(status, 0);
     EXPECT_EQ(model.EnableStatusGet("d.service"), 1) << "the other process's change";
     // A change in the same clock tick as the read leaves the time as it was.
-    const timespec frozen[2] = {{0, UTIME_OMIT}, {time(nullptr) + 3600, 0}};
     const std::string links = Path(ETC + "multi-user.target.wants");
-    ASSERT_EQ(utimensat(AT_FDCWD, links.c_str(), frozen, 0), 0);
+    auto stamp = [&](timespec modified) {
+        const timespec times[2] = {{0, UTIME_OMIT}, modified};
+        return utimensat(AT_FDCWD, links.c_str(), times, 0) == 0;
+    };
+    const timespec frozen = {time(nullptr) + 3600, 0};
+    ASSERT_TRUE(stamp(frozen));
     EXPECT_EQ(model.EnableStatusGet("d.service"), 1);
     fs::remove(links + "/d.service");
-    ASSERT_EQ(utimensat(AT_FDCWD, links.c_str(), frozen, 0), 0);
+    ASSERT_TRUE(stamp(frozen));
     EXPECT_EQ(model.EnableStatusGet("d.service"), 0) << "change in the tick of the read";
     Link(RUN + "d.service", "/dev/null");
     EXPECT_EQ(model.EnableStatusGet("d.service"), 3) << "mask added";
+    // An entry read and parsed, then made a mask, a link, a link elsewhere.
+    Write("/srv/a/e.service", WANTED);
+    Write("/srv/b/e.service", "[Unit]\n");
+    for (const auto& [target, status] : {std::pair<std::string, int>{"", 0}, {"/dev/null", 3}, {"/srv/b/e.service", 2},
+                                         {"/srv/a/e.service", 0}}) {
+        fs::remove(Path(ETC + "e.service"));
+        Write(ETC + "e.service", target.empty() ? WANTED : target, !target.empty());
+        EXPECT_EQ(model.EnableStatusGet("e.service"), status) << "entry now " << target;
+    }
+    // The directory stamped with the very tick of the read, then changed in it.
+    Link(ETC + "multi-user.target.wants/e.service", "/srv/a/e.service");
+    timespec tick, after;
+    do {  // until the read falls in the tick the directory is stamped with
+        (void)clock_gettime(CLOCK_REALTIME_COARSE, &tick);
+        ASSERT_TRUE(stamp(tick));
+        EXPECT_EQ(model.EnableStatusGet("e.service"), 1);
+        (void)clock_gettime(CLOCK_REALTIME_COARSE, &after);
+    } while (after.tv_sec != tick.tv_sec || after.tv_nsec != tick.tv_nsec);
+    fs::remove(links + "/e.service");
+    ASSERT_TRUE(stamp(tick));
+    EXPECT_EQ(model.EnableStatusGet("e.service"), 0) << "change in the tick of the read";
+    // A time long past, then a change stamped later in the same second.
+    const timespec past = {time(nullptr) - 60, 1};
+    Link(ETC + "multi-user.target.wants/e.service", "/srv/a/e.service");
+    ASSERT_TRUE(stamp(past));
+    EXPECT_EQ(model.EnableStatusGet("e.service"), 1);
+    fs::remove(links + "/e.service");
+    ASSERT_TRUE(stamp({past.tv_sec, 2}));
+    EXPECT_EQ(model.EnableStatusGet("e.service"), 0) << "change in the same second";
 }
 
 TEST_F(UnitModelTest, EnablingAndDisablingPlaceLinksAndMarksByDefaultPolicy) {
