@@ -95,17 +95,17 @@ bool UnitModel::ListGet(const std::string& unit, NameList list, std::vector<std:
 }
 
 bool UnitModel::ListServicesWithReason(std::vector<std::string>& services) {
-    std::vector<std::string> units;
-    if (!ListUnits(units, SERVICE_TYPE)) return false;
-    services.clear();
-    for (const std::string& unit : units) {
+    if (!tree_.Load()) return false;
+    tree_.ParseAll();
+    // Filtered as the names are merged: a list of every service first would
+    // leave its memory behind in the process that forks one child per service.
+    services = tree_.UnitNames(SERVICE_TYPE, [this](const std::string& unit) {
         Location location = tree_.Locate(unit);
-        if (location.file == nullptr) continue;
+        if (location.file == nullptr) return false;
         const UnitFacts* facts = tree_.FactsOf(location);
-        if (facts && facts->policy_state() == PolicyState::PRESENT && facts->check_reason()) {
-            services.push_back(unit);
-        }
-    }
+        return facts && facts->policy_state() == PolicyState::PRESENT && facts->check_reason();
+    });
+    (void)malloc_trim(0);
     return true;
 }
 
@@ -121,7 +121,9 @@ int UnitModel::EnableStatusGet(const std::string& unit) {
     if (location.masked) return 3;
     const UnitFacts* facts = location.file ? tree_.FactsOf(location) : nullptr;
     if (facts == nullptr) return -1;
-    if (!tree_.LinksNamed(unit).empty()) return 1;
+    std::vector<std::string> links;
+    if (!tree_.LinksNamed(unit, links)) return -1;
+    if (!links.empty()) return 1;
     return facts->HasInstallTargets() ? 0 : 2;
 }
 
@@ -158,8 +160,10 @@ bool UnitModel::Enable(const std::string& unit) {
 bool UnitModel::Disable(const std::string& unit) {
     Location location = LocateUnit(unit, true);
     if (!location.found) return false;
+    std::vector<std::string> links;
+    if (!tree_.LinksNamed(unit, links)) return false;
     bool all_removed = true;
-    for (const std::string& link : tree_.LinksNamed(unit)) {
+    for (const std::string& link : links) {
         if (unlink(link.c_str()) < 0 && errno != ENOENT) {
             VLIBC_ERR_SET(VLIBC_ERR_WRITE);
             all_removed = false;

@@ -111,22 +111,6 @@ UnitFacts ReadFacts(const std::string& file, int directory_fd = AT_FDCWD) {
     return ParseUnitFile(text);
 }
 
-bool ReadLinks(const std::string& path, LinkDirectory& directory) {
-    directory.stamp.Take(path);
-    directory.links.clear();
-    bool listed = ListDirectory(path, [&](std::string name, unsigned char type) {
-        bool is_link = type == DT_LNK;
-        struct stat status;
-        if (type == DT_UNKNOWN) {
-            is_link = lstat((path + "/" + name).c_str(), &status) == 0 && S_ISLNK(status.st_mode);
-        }
-        if (is_link && IsValidUnitName(name)) directory.links.push_back(std::move(name));
-    });
-    std::sort(directory.links.begin(), directory.links.end());
-    // A *.wants name that is no directory after all holds no links.
-    return listed || errno == ENOTDIR;
-}
-
 }  // namespace
 
 UnitTree::UnitTree(const std::string& root) : root_(root) {
@@ -160,18 +144,17 @@ bool UnitTree::ReadDirectory(UnitDirectory& directory) {
     directory.stamp.Take(directory.path);
     std::vector<Entry> before = std::move(directory.entries);
     directory.entries.clear();
-    std::map<std::string, LinkDirectory> link_dirs;
+    directory.link_dirs.clear();
     bool listed = ListDirectory(directory.path, [&](std::string name, unsigned char type) {
         if (directory.local && IsLinkDirectoryName(name)) {
-            // Known ones keep their stamps: they are read again when they change.
-            link_dirs[name] = std::move(directory.link_dirs[name]);
+            directory.link_dirs.push_back(std::move(name));
         } else if (IsValidUnitName(name)) {
             Entry entry;
             entry.name = std::move(name);
             if (Classify(root_, directory.path, type, entry)) directory.entries.push_back(std::move(entry));
         }
     });
-    directory.link_dirs = std::move(link_dirs);
+    std::sort(directory.link_dirs.begin(), directory.link_dirs.end());
     std::sort(directory.entries.begin(), directory.entries.end(),
               [](const Entry& a, const Entry& b) { return a.name < b.name; });
     // A unit file is parsed once per run: what was parsed stays with its entry.
@@ -208,18 +191,12 @@ bool UnitTree::RefreshLocal() {
     for (UnitDirectory& directory : directories_) {
         if (!directory.local) continue;
         if (!directory.stamp.IsCurrent(directory.path) && !ReadDirectory(directory)) return false;
-        for (auto& [name, link_dir] : directory.link_dirs) {
-            const std::string path = directory.path + "/" + name;
-            if (!link_dir.stamp.IsCurrent(path) && !ReadLinks(path, link_dir)) {
-                VLIBC_ERR_SET(VLIBC_ERR_LIST_UNITS);
-                return false;
-            }
-        }
     }
     return true;
 }
 
-std::vector<std::string> UnitTree::UnitNames(const std::string& type) const {
+std::vector<std::string> UnitTree::UnitNames(const std::string& type,
+                                             const std::function<bool(const std::string&)>& keep) const {
     // A merge of the sorted directories: the first of equal names is the
     // entry of highest precedence.
     std::vector<size_t> next(directories_.size(), 0);
@@ -234,7 +211,9 @@ std::vector<std::string> UnitTree::UnitNames(const std::string& type) const {
         }
         if (first == nullptr) return names;
         const std::string& name = first->name;
-        if ((type.empty() || UnitTypeOf(name) == type) && !IsAlias(name, *first)) names.push_back(name);
+        if ((type.empty() || UnitTypeOf(name) == type) && !IsAlias(name, *first) && (!keep || keep(name))) {
+            names.push_back(name);
+        }
         for (size_t d = 0; d < directories_.size(); ++d) {
             const std::vector<Entry>& entries = directories_[d].entries;
             if (next[d] < entries.size() && entries[next[d]].name == name) ++next[d];
@@ -284,16 +263,22 @@ const UnitFacts* UnitTree::FactsOf(const Location& location) {
     return nullptr;
 }
 
-std::vector<std::string> UnitTree::LinksNamed(const std::string& name) const {
-    std::vector<std::string> links;
+bool UnitTree::LinksNamed(const std::string& name, std::vector<std::string>& links) const {
+    links.clear();
     for (const UnitDirectory& directory : directories_) {
-        for (const auto& [link_dir_name, link_dir] : directory.link_dirs) {
-            if (std::binary_search(link_dir.links.begin(), link_dir.links.end(), name)) {
-                links.push_back(directory.path + "/" + link_dir_name + "/" + name);
+        for (const std::string& link_dir : directory.link_dirs) {
+            std::string path = directory.path + "/" + link_dir + "/" + name;
+            struct stat status;
+            if (lstat(path.c_str(), &status) == 0) {
+                if (S_ISLNK(status.st_mode)) links.push_back(std::move(path));
+            } else if (errno != ENOENT && errno != ENOTDIR) {
+                // As a directory that cannot be listed: what it holds is unknown.
+                VLIBC_ERR_SET(VLIBC_ERR_LIST_UNITS);
+                return false;
             }
         }
     }
-    return links;
+    return true;
 }
 
 const SupportTable* UnitTree::Support() {

@@ -15,12 +15,15 @@
 //
 // The tree is read once and parsed once; forked processes inherit it. Only
 // the two local directories (/etc and /run), where enable state lives, are
-// read again, when their stamps say they changed (read_stamp.h).
+// read again, when their stamps say they changed (read_stamp.h). The links of
+// their *.wants/ and *.requires/ directories are never held: each query looks
+// up the one name it asks about, so what it sees is what is there now, and
+// what it costs does not grow with the changes a run makes to them.
 #pragma once
 
 #include <dirent.h>
 
-#include <map>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -45,18 +48,12 @@ struct Entry {
     UnitFacts facts;        // of the file, once parsed
 };
 
-// The links of a *.wants/ or *.requires/ directory, by name.
-struct LinkDirectory {
-    ReadStamp stamp;
-    std::vector<std::string> links;  // sorted
-};
-
 struct UnitDirectory {
     std::string path;
     bool local = false;  // /etc or /run: read again when changed
     ReadStamp stamp;
-    std::vector<Entry> entries;                      // sorted by name
-    std::map<std::string, LinkDirectory> link_dirs;  // local directories only
+    std::vector<Entry> entries;          // sorted by name
+    std::vector<std::string> link_dirs;  // *.wants/, *.requires/ of a local directory, sorted
 };
 
 // Where a unit name leads. Valid until the tree is read again.
@@ -84,15 +81,17 @@ class UnitTree {
     bool RefreshLocal();
 
     // Every name but aliases, byte-wise ordered, each once; of `type` only
-    // when it is not empty.
-    std::vector<std::string> UnitNames(const std::string& type) const;
+    // when it is not empty, and only those `keep` holds to when it is given.
+    std::vector<std::string> UnitNames(const std::string& type,
+                                       const std::function<bool(const std::string&)>& keep = nullptr) const;
     Location Locate(const std::string& name);
     // The path of the located file; "" when there is none.
     static std::string PathOf(const Location& location);
     // The facts of the located file; nullptr with 0x702 when it cannot be read.
     const UnitFacts* FactsOf(const Location& location);
-    // The links named `name` in the local link directories.
-    std::vector<std::string> LinksNamed(const std::string& name) const;
+    // Fills `links` with the links named `name` in the local link directories,
+    // as they are now; false with 0x704 when one cannot be looked into.
+    bool LinksNamed(const std::string& name, std::vector<std::string>& links) const;
     // Nullptr with 0x703 when the table cannot be read or understood.
     const SupportTable* Support();
 
