@@ -10,10 +10,10 @@
 
 namespace velasystemd {
 
-bool ReadRegularFile(const std::string& path, size_t max_size, std::string& text,
+bool ReadRegularFile(const char* path, size_t max_size, std::string& text,
                      int directory_fd) {
     // O_NONBLOCK: opening a FIFO must not wait for a writer that never comes.
-    int fd = openat(directory_fd, path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    int fd = openat(directory_fd, path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
     if (fd < 0) return false;
     struct stat status;
     bool regular = fstat(fd, &status) == 0 && S_ISREG(status.st_mode);

@@ -19,7 +19,7 @@ constexpr mode_t FILE_MODE = 0644;
 // Reads the regular file at `path` (a link is followed) into `text`. Fails on
 // anything else, such as a FIFO that would block, or a file over `max_size`.
 // A relative `path` is taken from the directory open as `directory_fd`.
-bool ReadRegularFile(const std::string& path, size_t max_size, std::string& text,
+bool ReadRegularFile(const char* path, size_t max_size, std::string& text,
                      int directory_fd = AT_FDCWD);
 
 // Creates directory `path` and its missing parents; one that exists already,

@@ -137,7 +137,7 @@ class UnitFileParser {
         if (value.empty()) list.clear();
         bool all_valid = true;
         ForEachWord(value, [&](std::string_view word) {
-            if (!IsValidUnitName(std::string(word))) {
+            if (!IsValidUnitName(word)) {
                 all_valid = false;
                 return;
             }

@@ -3,7 +3,6 @@
 
 #include "unit_name.h"
 
-#include <string_view>
 
 namespace velasystemd {
 namespace {
@@ -25,17 +24,17 @@ bool IsNameCharacter(char c) {
 
 }  // namespace
 
-bool IsKnownUnitType(const std::string& type) {
+bool IsKnownUnitType(std::string_view type) {
     for (std::string_view known : UNIT_TYPES) {
         if (type == known) return true;
     }
     return false;
 }
 
-bool IsValidUnitName(const std::string& name) {
+bool IsValidUnitName(std::string_view name) {
     if (name.empty() || name.size() > UNIT_NAME_MAX) return false;
     size_t dot = name.rfind(TYPE_SEPARATOR);
-    if (dot == std::string::npos || dot == 0) return false;
+    if (dot == std::string_view::npos || dot == 0) return false;
     if (!IsKnownUnitType(name.substr(dot + 1))) return false;
     for (size_t i = 0; i < dot; ++i) {
         if (name[i] != INSTANCE_SEPARATOR && !IsNameCharacter(name[i])) return false;

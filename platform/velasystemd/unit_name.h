@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace velasystemd {
 
@@ -13,11 +14,11 @@ constexpr size_t UNIT_NAME_MAX = 255;
 // [A-Za-z0-9:_.\-] before the last ".", a known type after it, and optionally
 // an "@" (not first) that starts the instance part ("foo@.service" is a
 // template, "foo@bar.service" an instance; the instance may hold further "@").
-bool IsValidUnitName(const std::string& name);
+bool IsValidUnitName(std::string_view name);
 
 // True for the types the platform knows: service, socket, target, device,
 // mount, automount, swap, timer, path, slice, scope.
-bool IsKnownUnitType(const std::string& type);
+bool IsKnownUnitType(std::string_view type);
 
 // The part after the last "."; "" when there is no ".".
 std::string UnitTypeOf(const std::string& name);

@@ -31,14 +31,16 @@ std::string BaseName(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-bool IsLinkDirectoryName(const std::string& name) {
-    for (std::string suffix : LINK_DIRECTORY_SUFFIXES) {
-        if (name.size() > suffix.size() &&
-            name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0) {
-            return true;
-        }
+bool IsLinkDirectoryName(std::string_view name) {
+    for (std::string_view suffix : LINK_DIRECTORY_SUFFIXES) {
+        if (name.size() > suffix.size() && name.substr(name.size() - suffix.size()) == suffix) return true;
     }
     return false;
+}
+
+// The part of a name after its last "."; the whole name when it has none.
+std::string_view TypeOf(std::string_view name) {
+    return name.substr(name.rfind('.') + 1);
 }
 
 // Calls visit(name, dirent type) for each entry of `path`. A missing
@@ -49,7 +51,7 @@ bool ListDirectory(const std::string& path, Visit visit) {
     if (stream == nullptr) return errno == ENOENT;
     errno = 0;
     while (const dirent* item = readdir(stream)) {
-        visit(std::string(item->d_name), item->d_type);
+        visit(std::string_view(item->d_name), item->d_type);
         errno = 0;
     }
     bool listed = errno == 0;
@@ -70,7 +72,7 @@ bool FollowLinks(const std::string& root, std::string path, Entry& entry) {
         struct stat status;
         if (lstat(path.c_str(), &status) < 0) return false;
         if (S_ISREG(status.st_mode)) {
-            entry.link_file = path;
+            entry.link_file = std::make_unique<std::string>(path);
             return true;
         }
         if (!S_ISLNK(status.st_mode)) return false;
@@ -83,7 +85,8 @@ bool Classify(const std::string& root, const std::string& directory, unsigned ch
               Entry& entry) {
     if (type == DT_REG) return true;
     if (type != DT_LNK && type != DT_UNKNOWN) return false;
-    const std::string path = directory + "/" + entry.name;
+    std::string path = directory + "/";
+    path += entry.name;
     struct stat status;
     if (lstat(path.c_str(), &status) < 0) return false;
     if (S_ISLNK(status.st_mode)) return FollowLinks(root, path, entry);
@@ -92,20 +95,26 @@ bool Classify(const std::string& root, const std::string& directory, unsigned ch
 
 // True when `entry`, the first of `name`, is a link to a file of another unit.
 // An instance linked to its own template is no alias.
-bool IsAlias(const std::string& name, const Entry& entry) {
-    if (entry.kind != EntryKind::FILE || entry.link_file.empty()) return false;
-    std::string target = BaseName(entry.link_file);
+bool IsAlias(std::string_view name, const Entry& entry) {
+    if (entry.kind != EntryKind::FILE || !entry.link_file) return false;
+    std::string target = BaseName(*entry.link_file);
     if (target == name || !IsValidUnitName(target)) return false;
-    return !(IsInstanceName(name) && target == TemplateOfInstance(name));
+    const std::string unit(name);
+    return !(IsInstanceName(unit) && target == TemplateOfInstance(unit));
 }
 
-Entry* FindEntry(std::vector<Entry>& entries, const std::string& name) {
+bool HaveSameLinkFile(const Entry& a, const Entry& b) {
+    if (!a.link_file || !b.link_file) return !a.link_file && !b.link_file;
+    return *a.link_file == *b.link_file;
+}
+
+Entry* FindEntry(std::vector<Entry>& entries, std::string_view name) {
     auto found = std::lower_bound(entries.begin(), entries.end(), name,
-                                  [](const Entry& entry, const std::string& key) { return entry.name < key; });
+                                  [](const Entry& entry, std::string_view key) { return entry.name < key; });
     return found != entries.end() && found->name == name ? &*found : nullptr;
 }
 
-UnitFacts ReadFacts(const std::string& file, int directory_fd = AT_FDCWD) {
+UnitFacts ReadFacts(const char* file, int directory_fd = AT_FDCWD) {
     std::string text;
     if (!ReadRegularFile(file, MAX_TEXT_FILE_SIZE, text, directory_fd)) return UnitFacts();
     return ParseUnitFile(text);
@@ -142,26 +151,39 @@ bool UnitTree::Load() {
 
 bool UnitTree::ReadDirectory(UnitDirectory& directory) {
     directory.stamp.Take(directory.path);
+    // The old names stay until the old entries have handed on what they parsed.
     std::vector<Entry> before = std::move(directory.entries);
+    const std::vector<char> before_names = std::move(directory.names);
     directory.entries.clear();
+    directory.names.clear();
     directory.link_dirs.clear();
-    bool listed = ListDirectory(directory.path, [&](std::string name, unsigned char type) {
+    // The names are gathered first: views into them are made once they no longer move.
+    std::vector<std::pair<size_t, unsigned char>> found;  // offset in names, dirent type
+    bool listed = ListDirectory(directory.path, [&](std::string_view name, unsigned char type) {
         if (directory.local && IsLinkDirectoryName(name)) {
-            directory.link_dirs.push_back(std::move(name));
+            directory.link_dirs.emplace_back(name);
         } else if (IsValidUnitName(name)) {
-            Entry entry;
-            entry.name = std::move(name);
-            if (Classify(root_, directory.path, type, entry)) directory.entries.push_back(std::move(entry));
+            found.emplace_back(directory.names.size(), type);
+            directory.names.insert(directory.names.end(), name.begin(), name.end());
+            directory.names.push_back('\0');
         }
     });
+    directory.names.shrink_to_fit();
+    directory.entries.reserve(found.size());
+    for (const auto& [offset, type] : found) {
+        Entry entry;
+        entry.name = std::string_view(&directory.names[offset]);
+        if (Classify(root_, directory.path, type, entry)) directory.entries.push_back(std::move(entry));
+    }
     std::sort(directory.link_dirs.begin(), directory.link_dirs.end());
     std::sort(directory.entries.begin(), directory.entries.end(),
               [](const Entry& a, const Entry& b) { return a.name < b.name; });
     // A unit file is parsed once per run: what was parsed stays with its entry.
     for (Entry& entry : before) {
         Entry* now = FindEntry(directory.entries, entry.name);
-        if (now != nullptr && now->kind == entry.kind && now->link_file == entry.link_file) {
-            *now = std::move(entry);
+        if (now != nullptr && now->kind == entry.kind && HaveSameLinkFile(*now, entry)) {
+            now->parsed = entry.parsed;
+            now->facts = std::move(entry.facts);
         }
     }
     if (!listed) VLIBC_ERR_SET(VLIBC_ERR_LIST_UNITS);
@@ -175,11 +197,12 @@ void UnitTree::ParseAll() {
         int directory_fd = open(directory.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         for (Entry& entry : directory.entries) {
             if (entry.parsed || entry.kind != EntryKind::FILE) continue;
-            if (!entry.link_file.empty()) {
-                entry.facts = ReadFacts(entry.link_file);
+            if (entry.link_file) {
+                entry.facts = ReadFacts(entry.link_file->c_str());
+            } else if (directory_fd >= 0) {
+                entry.facts = ReadFacts(entry.name.data(), directory_fd);
             } else {
-                entry.facts = directory_fd >= 0 ? ReadFacts(entry.name, directory_fd)
-                                                : ReadFacts(directory.path + "/" + entry.name);
+                entry.facts = ReadFacts((directory.path + "/" + entry.name.data()).c_str());
             }
             entry.parsed = true;
         }
@@ -210,9 +233,10 @@ std::vector<std::string> UnitTree::UnitNames(const std::string& type,
             }
         }
         if (first == nullptr) return names;
-        const std::string& name = first->name;
-        if ((type.empty() || UnitTypeOf(name) == type) && !IsAlias(name, *first) && (!keep || keep(name))) {
-            names.push_back(name);
+        const std::string_view name = first->name;
+        if ((type.empty() || TypeOf(name) == type) && !IsAlias(name, *first)) {
+            std::string unit(name);
+            if (!keep || keep(unit)) names.push_back(std::move(unit));
         }
         for (size_t d = 0; d < directories_.size(); ++d) {
             const std::vector<Entry>& entries = directories_[d].entries;
@@ -248,14 +272,14 @@ Location UnitTree::Locate(const std::string& name) {
 
 std::string UnitTree::PathOf(const Location& location) {
     if (location.file == nullptr) return "";
-    if (!location.file->link_file.empty()) return location.file->link_file;
-    return location.directory->path + "/" + location.file->name;
+    if (location.file->link_file) return *location.file->link_file;
+    return location.directory->path + "/" + location.file->name.data();
 }
 
 const UnitFacts* UnitTree::FactsOf(const Location& location) {
     Entry& entry = *location.file;
     if (!entry.parsed) {
-        entry.facts = ReadFacts(PathOf(location));
+        entry.facts = ReadFacts(PathOf(location).c_str());
         entry.parsed = true;
     }
     if (entry.facts.valid()) return &entry.facts;
@@ -285,7 +309,7 @@ const SupportTable* UnitTree::Support() {
     if (!support_read_) {
         support_read_ = true;
         std::string text;
-        if (ReadRegularFile(root_ + SUPPORT_TABLE_PATH, MAX_TEXT_FILE_SIZE, text)) {
+        if (ReadRegularFile((root_ + SUPPORT_TABLE_PATH).c_str(), MAX_TEXT_FILE_SIZE, text)) {
             support_ = ParseSupportTable(text);
         }
     }

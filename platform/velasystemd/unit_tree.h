@@ -24,8 +24,10 @@
 #include <dirent.h>
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "read_stamp.h"
@@ -40,18 +42,22 @@ inline constexpr const char* SUPPORT_TABLE_PATH = "/usr/vela/etc/unit-support.co
 
 enum class EntryKind : uint8_t { FILE, MASK };
 
+// Every process of a run holds the whole tree, and every fork copies what it
+// takes up, so an entry is kept small: its name lies in its directory's
+// `names`, and only a link has a target path.
 struct Entry {
-    std::string name;
+    std::string_view name;                   // ends in a NUL, in UnitDirectory::names
     EntryKind kind = EntryKind::FILE;
     bool parsed = false;
-    std::string link_file;  // for a link to a file: that file
-    UnitFacts facts;        // of the file, once parsed
+    std::unique_ptr<std::string> link_file;  // for a link to a file: that file
+    UnitFacts facts;                         // of the file, once parsed
 };
 
 struct UnitDirectory {
     std::string path;
     bool local = false;  // /etc or /run: read again when changed
     ReadStamp stamp;
+    std::vector<char> names;             // the entries' names, each ended by a NUL
     std::vector<Entry> entries;          // sorted by name
     std::vector<std::string> link_dirs;  // *.wants/, *.requires/ of a local directory, sorted
 };
