@@ -2,6 +2,8 @@
 // every reload of the service manager. The run: check the call, migrate the old
 // service configuration on an upgrade boot, list the units, run the five tasks
 // side by side in child processes, and wait for all of them.
+#include <malloc.h>
+
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -44,14 +46,23 @@ void PrintUsage(const char* programName) {
     PrintUsageLine("see systemd.generator(7) for detailed usage.");
 }
 
+// The reason task asks the platform for its own list of services and forks one
+// child per service. Its process lets go of the unit list first: every page it
+// holds is one more that each of those forks copies and each exit tears down.
+void RunReasonTask(const std::string& earlyDir, UnitList& units) {
+    UnitList().swap(units);
+    (void)malloc_trim(0);
+    AddReasonDropIns(earlyDir);
+}
+
 // The tasks in the order they are started. They share the one unit list by
 // reference: `units` lives in main until every child has been reaped, and each
 // child sees it copy-on-write, so no fork copies a list of its own.
 std::vector<GeneratorTask> BuildTaskList(const std::string& normalDir, const std::string& earlyDir,
-                                         const UnitList& units) {
+                                         UnitList& units) {
     std::vector<GeneratorTask> tasks;
     tasks.reserve(TASK_COUNT);
-    tasks.emplace_back(std::bind(AddReasonDropIns, std::cref(earlyDir)));
+    tasks.emplace_back(std::bind(RunReasonTask, std::cref(earlyDir), std::ref(units)));
     tasks.emplace_back(std::bind(MaskUnsupportedUnits, std::cref(earlyDir), std::cref(units)));
     tasks.emplace_back(std::bind(AddStayAliveLinks, std::cref(normalDir), std::cref(units)));
     tasks.emplace_back(std::bind(AddPackDropIns, std::cref(normalDir), std::cref(units)));
