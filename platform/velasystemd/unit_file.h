@@ -72,6 +72,9 @@ class UnitFacts {
     bool operator==(const UnitFacts& other) const {
         return flags_ == other.flags_ && text_ == other.text_;
     }
+    bool operator<(const UnitFacts& other) const {
+        return flags_ != other.flags_ ? flags_ < other.flags_ : text_ < other.text_;
+    }
 
   private:
     std::string_view Field(size_t index) const;

@@ -181,10 +181,7 @@ bool UnitTree::ReadDirectory(UnitDirectory& directory) {
     // A unit file is parsed once per run: what was parsed stays with its entry.
     for (Entry& entry : before) {
         Entry* now = FindEntry(directory.entries, entry.name);
-        if (now != nullptr && now->kind == entry.kind && HaveSameLinkFile(*now, entry)) {
-            now->parsed = entry.parsed;
-            now->facts = std::move(entry.facts);
-        }
+        if (now != nullptr && now->kind == entry.kind && HaveSameLinkFile(*now, entry)) now->facts = entry.facts;
     }
     if (!listed) VLIBC_ERR_SET(VLIBC_ERR_LIST_UNITS);
     return listed;
@@ -196,15 +193,14 @@ void UnitTree::ParseAll() {
         // the cost of reading thousands of small files.
         int directory_fd = open(directory.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         for (Entry& entry : directory.entries) {
-            if (entry.parsed || entry.kind != EntryKind::FILE) continue;
+            if (entry.facts != nullptr || entry.kind != EntryKind::FILE) continue;
             if (entry.link_file) {
-                entry.facts = ReadFacts(entry.link_file->c_str());
+                entry.facts = Pooled(ReadFacts(entry.link_file->c_str()));
             } else if (directory_fd >= 0) {
-                entry.facts = ReadFacts(entry.name.data(), directory_fd);
+                entry.facts = Pooled(ReadFacts(entry.name.data(), directory_fd));
             } else {
-                entry.facts = ReadFacts((directory.path + "/" + entry.name.data()).c_str());
+                entry.facts = Pooled(ReadFacts((directory.path + "/" + entry.name.data()).c_str()));
             }
-            entry.parsed = true;
         }
         if (directory_fd >= 0) (void)close(directory_fd);
     }
@@ -278,11 +274,8 @@ std::string UnitTree::PathOf(const Location& location) {
 
 const UnitFacts* UnitTree::FactsOf(const Location& location) {
     Entry& entry = *location.file;
-    if (!entry.parsed) {
-        entry.facts = ReadFacts(PathOf(location).c_str());
-        entry.parsed = true;
-    }
-    if (entry.facts.valid()) return &entry.facts;
+    if (entry.facts == nullptr) entry.facts = Pooled(ReadFacts(PathOf(location).c_str()));
+    if (entry.facts->valid()) return entry.facts;
     VLIBC_ERR_SET(VLIBC_ERR_UNIT_UNREADABLE);
     return nullptr;
 }
@@ -303,6 +296,10 @@ bool UnitTree::LinksNamed(const std::string& name, std::vector<std::string>& lin
         }
     }
     return true;
+}
+
+const UnitFacts* UnitTree::Pooled(UnitFacts facts) {
+    return &*facts_pool_.insert(std::move(facts)).first;
 }
 
 const SupportTable* UnitTree::Support() {

@@ -26,6 +26,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -44,13 +45,13 @@ enum class EntryKind : uint8_t { FILE, MASK };
 
 // Every process of a run holds the whole tree, and every fork copies what it
 // takes up, so an entry is kept small: its name lies in its directory's
-// `names`, and only a link has a target path.
+// `names`, only a link has a target path, and files that say the same share
+// one value of their facts.
 struct Entry {
     std::string_view name;                   // ends in a NUL, in UnitDirectory::names
     EntryKind kind = EntryKind::FILE;
-    bool parsed = false;
     std::unique_ptr<std::string> link_file;  // for a link to a file: that file
-    UnitFacts facts;                         // of the file, once parsed
+    const UnitFacts* facts = nullptr;        // of the file once parsed, in UnitTree's pool
 };
 
 struct UnitDirectory {
@@ -108,6 +109,10 @@ class UnitTree {
     std::string root_;
     bool loaded_ = false;
     std::vector<UnitDirectory> directories_;
+    // Adds `facts` to the pool unless it holds them already; where they lie.
+    const UnitFacts* Pooled(UnitFacts facts);
+
+    std::set<UnitFacts> facts_pool_;
     bool support_read_ = false;
     std::optional<SupportTable> support_;
 };
