@@ -3,10 +3,14 @@
 # container made of namespaces, with the built generator and the two stand-in
 # libraries installed where a package puts them.
 #
-#   scripts/boot.sh [--upgrade] [--build DIR] [-- COMMAND [ARG...]]
+#   scripts/boot.sh [--upgrade] [--build DIR] [--platform DIR] [--no-generator]
+#                   [-- COMMAND [ARG...]]
 #
 # --upgrade adds examples/upgrade/: the first boot after a system upgrade.
 # --build names the build directory (default: build/ of this clone).
+# --platform boots another platform tree in place of examples/platform/.
+# --no-generator leaves the generator and the libraries out: the same boot
+# without them, to compare.
 # Without COMMAND it prints how to reach systemctl inside and waits for Enter
 # or Ctrl-C. With COMMAND it runs it once the boot has finished, with
 # VELA_BOOT_PID (the container's PID 1 as the host sees it) in its
@@ -41,10 +45,10 @@ readonly DROPPED_CAPABILITIES=-sys_module,-sys_time,-sys_rawio,-syslog,-wake_ala
 # Builds the container's root on the overlay, installs the generator, the
 # libraries and the example, and replaces itself with systemd.
 start_manager() {
-  local tree=$1 build=$2 upgrade=$3 root=$1/root
+  local tree=$1 build=$2 upgrade=$3 platform=$4 generator=$5 root=$1/root
   mount -t overlay overlay -o "lowerdir=/,upperdir=$tree/upper,workdir=$tree/work" "$root"
-  install_generator "$root" "$build"
-  install_example "$root" "$upgrade"
+  [ "$generator" = no ] || install_generator "$root" "$build"
+  install_example "$root" "$upgrade" "$platform"
   mount_api_filesystems "$tree" "$root"
   exec chroot "$root" setpriv --bounding-set "$DROPPED_CAPABILITIES" \
     env -i container=vela-boot /lib/systemd/systemd "systemd.unit=$BOOT_TARGET" </dev/null
@@ -71,9 +75,9 @@ install_generator() {
 # The example's /etc/systemd/system replaces the host's, so that only the
 # example's enable links count.
 install_example() {
-  local root=$1 upgrade=$2
+  local root=$1 upgrade=$2 platform=$3
   rm -rf "$root/etc/systemd/system"
-  cp -a "$top/examples/platform/." "$root/"
+  cp -a "$platform/." "$root/"
   if [ "$upgrade" = yes ]; then
     cp -a "$top/examples/upgrade/." "$root/"
   fi
@@ -176,7 +180,7 @@ launch() {
     echo "$BASHPID" >"$cgroup/cgroup.procs" || { echo "boot.sh: cannot move into $cgroup" >&2; exit 1; }
   done
   exec unshare --pid --fork --mount --cgroup --uts --ipc --net --propagation private --kill-child \
-    "$top/scripts/boot.sh" --start-manager "$tree" "$build" "$upgrade" >"$tree/launcher.log" 2>&1
+    "$top/scripts/boot.sh" --start-manager "$tree" "$build" "$upgrade" "$platform" "$generator" >"$tree/launcher.log" 2>&1
 }
 
 # The container's PID 1: the one child of unshare.
@@ -215,12 +219,16 @@ wait_for_boot() {
 
 upgrade=no
 build=$top/build
+platform=$top/examples/platform
+generator=yes
 while [ $# -gt 0 ]; do
   case "$1" in
   --upgrade) upgrade=yes; shift ;;
   --build) build=$(cd "$2" && pwd); shift 2 ;;
+  --platform) platform=$(cd "$2" && pwd); shift 2 ;;
+  --no-generator) generator=no; shift ;;
   --) shift; break ;;
-  *) echo "usage: boot.sh [--upgrade] [--build DIR] [-- COMMAND [ARG...]]" >&2; exit 2 ;;
+  *) echo "usage: boot.sh [--upgrade] [--build DIR] [--platform DIR] [--no-generator] [-- COMMAND [ARG...]]" >&2; exit 2 ;;
   esac
 done
 [ -x "$build/generator/vela-system-generator" ] || { echo "boot.sh: no generator built in $build" >&2; exit 2; }

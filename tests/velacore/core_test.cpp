@@ -1,5 +1,6 @@
 // The stand-in core library (error state, fork, program runs, flag files) and
 // the loading of legacy JSON files.
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -138,9 +139,18 @@ TEST_F(JsonFile, LoadsOnlyAStrictObjectFromARegularFile) {
     fs::create_directory(Path("/dir.json"));
     Link("/zero.json", "/dev/zero");
     ASSERT_EQ(mkfifo(Path("/fifo.json").c_str(), 0644), 0);
+    alarm(10);  // a load that waits for a writer ends the test here
     for (const char* path : {"/dir.json", "/zero.json", "/fifo.json", "/missing.json"}) {
         EXPECT_FALSE(Load(path)) << path;
     }
+    // A FIFO holding a whole object, its writer gone: still no regular file.
+    int reader = open(Path("/fifo.json").c_str(), O_RDONLY | O_NONBLOCK);
+    int writer = open(Path("/fifo.json").c_str(), O_WRONLY);
+    ASSERT_EQ(write(writer, "{}", 2), 2);
+    close(writer);
+    EXPECT_FALSE(Load("/fifo.json")) << "FIFO with an object";
+    close(reader);
+    alarm(0);
 }
 
 }  // namespace
