@@ -250,6 +250,9 @@ TEST_F(UnitModelTest, EnableStatusSeesEveryChangeMadeAfterARead) {
     fs::remove(links + "/e.service");
     ASSERT_TRUE(stamp({past.tv_sec, 2}));
     EXPECT_EQ(model.EnableStatusGet("e.service"), 0) << "change in the same second";
+    // A link directory that cannot be looked into leaves every status unknown.
+    Link(RUN + "loop.target.wants", "loop.target.wants");
+    EXPECT_EQ(FailureOf([&] { return model.EnableStatusGet("e.service") >= 0; }), VLIBC_ERR_LIST_UNITS);
 }
 
 TEST_F(UnitModelTest, EnablingAndDisablingPlaceLinksAndMarksByDefaultPolicy) {
