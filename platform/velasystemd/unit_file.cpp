@@ -159,7 +159,10 @@ UnitFacts::UnitFacts(uint8_t flags, const std::string (&fields)[FIELD_COUNT]) : 
         flags_ = 0;
         return;
     }
-    for (const std::string& field : fields) text_ += field + FIELD_END;
+    size_t size = 0;
+    for (const std::string& field : fields) size += field.size() + 1;
+    text_.reserve(size);
+    for (const std::string& field : fields) text_.append(field).push_back(FIELD_END);
     text_.shrink_to_fit();
 }
 
@@ -198,6 +201,8 @@ UnitFacts ParseUnitFile(std::string_view text) {
     bool continuing = false;
     auto apply = [&](std::string_view line) {
         if (!line.empty() && COMMENT_STARTS.find(line.front()) != std::string_view::npos) return;
+        // Most lines continue nothing and are continued by nothing: applied as they are.
+        if (pending.empty() && (line.empty() || line.back() != CONTINUATION)) return parser.ApplyLine(line);
         pending.append(line);
         continuing = !pending.empty() && pending.back() == CONTINUATION;
         if (continuing) {
