@@ -1,0 +1,103 @@
+// vela-generator-preview: runs the generator in a throwaway layer of the
+// system or an image and reports what it did. The first process stays in the
+// host's namespaces, owns the temporary directory and removes it; the work is
+// done by its child, the first process of a new pid namespace in a new mount
+// namespace, so that when it ends, whatever it started and mounted ends too.
+#include <errno.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <iostream>
+
+#include "constants.h"
+#include "options.h"
+#include "preview.h"
+#include "process.h"
+#include "target.h"
+
+using namespace preview;
+
+namespace {
+
+constexpr int STOP_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+
+int Fail(const std::string& message) {
+  std::cerr << PROGRAM_NAME << ": " << message << "\n";
+  return EXIT_CANNOT_RUN;
+}
+
+sigset_t StopSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (int signal : STOP_SIGNALS) sigaddset(&signals, signal);
+  return signals;
+}
+
+// The child: into a mount namespace of its own, tied to the parent's life.
+int RunInNamespaces(const Options& options, const Target& target, const std::string& work) {
+  sigset_t signals = StopSignals();
+  sigprocmask(SIG_UNBLOCK, &signals, nullptr);
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (unshare(CLONE_NEWNS) < 0) return Fail(std::string("cannot make a mount namespace: ") + std::strerror(errno));
+  return RunPreview(options, target, work);
+}
+
+// Waits for the child; a stop signal kills it, and with it its namespaces.
+int WaitOrStop(pid_t child) {
+  sigset_t signals = StopSignals();
+  int signalFd = signalfd(-1, &signals, SFD_CLOEXEC);
+  int pidFd = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
+  bool stopped = false;
+  while (signalFd >= 0 && pidFd >= 0) {
+    pollfd fds[2] = {{pidFd, POLLIN, 0}, {signalFd, POLLIN, 0}};
+    if (poll(fds, 2, -1) < 0 && errno != EINTR) break;
+    if (fds[0].revents & POLLIN) break;
+    if (fds[1].revents & POLLIN) {
+      stopped = true;
+      kill(child, SIGKILL);
+      break;
+    }
+  }
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (stopped) return EXIT_INTERRUPTED;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : EXIT_CANNOT_RUN;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  std::string error;
+  if (!ParseOptions(argc, argv, options, error)) return Fail(error);
+  if (options.help) {
+    std::cout << UsageText();
+    return 0;
+  }
+  Target target;
+  error = ResolveTarget(options, target);
+  if (!error.empty()) return Fail(error);
+  // Only the next child enters the new pid namespace; this process stays.
+  if (unshare(CLONE_NEWPID) < 0)
+    return Fail(std::string("cannot make namespaces (") + std::strerror(errno) + "): run it as root or with CAP_SYS_ADMIN");
+  sigset_t signals = StopSignals();
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  char work[] = "/dev/shm/vela-preview.XXXXXX";
+  if (mkdtemp(work) == nullptr) return Fail(std::string("cannot make a temporary directory: ") + std::strerror(errno));
+  std::cout.flush();
+  pid_t child = StartChild([&] { return RunInNamespaces(options, target, work); });
+  int status = child < 0 ? Fail(std::string("cannot fork: ") + std::strerror(errno)) : WaitOrStop(child);
+  // Its tmpfs lived in the child's mount namespace: here it is empty.
+  if (rmdir(work) < 0) Fail(std::string("cannot remove ") + work + ": " + std::strerror(errno));
+  if (status == EXIT_INTERRUPTED) std::cerr << PROGRAM_NAME << ": interrupted; nothing is left behind\n";
+  return status;
+}

@@ -1,0 +1,193 @@
+// The report for a person: one section per kind of output, as an
+// administrator asks about them, each line tagged with what happened.
+#include <iomanip>
+#include <sstream>
+
+#include "constants.h"
+#include "report.h"
+
+namespace preview {
+
+namespace {
+
+void Section(std::ostream& out, const std::string& title) { out << "\n  " << title << "\n"; }
+void None(std::ostream& out) { out << "    (none)\n"; }
+
+std::string Indented(const std::string& text, const std::string& indent) {
+  std::istringstream lines(text);
+  std::string line, shown;
+  while (std::getline(lines, line)) shown += indent + line + "\n";
+  return shown;
+}
+
+std::string Name(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+// "+ PATH -> TARGET" for a link, "+ PATH" then its content for a file.
+void ShowChange(std::ostream& out, const Change& change, const std::string& indent, bool content) {
+  const Entry& shown = change.Removed() ? change.before : change.after;
+  out << indent << (change.Removed() ? "- " : change.Added() ? "+ " : "~ ") << change.path;
+  if (shown.kind == 'l') out << " -> " << shown.text;
+  if (shown.kind == 'd') out << "/";
+  out << "\n";
+  if (content && shown.kind == 'f' && !change.Removed()) out << Indented(shown.text, indent + "    ");
+}
+
+void ShowChanges(std::ostream& out, const std::vector<Change>& changes, bool content) {
+  if (changes.empty()) None(out);
+  for (const Change& change : changes) ShowChange(out, change, "    ", content);
+}
+
+void ShowMasks(std::ostream& out, const RunReport& run) {
+  Section(out, std::string("Masks (") + EARLY_DIR + ")");
+  if (run.masks.empty()) None(out);
+  for (const Change& mask : run.masks)
+    out << "    " << std::left << std::setw(28) << Name(mask.path) << " -> " << mask.after.text << "\n";
+}
+
+void ShowWants(std::ostream& out, const RunReport& run) {
+  Section(out, std::string("Wants links (") + NORMAL_DIR + ")");
+  if (run.wants.empty()) None(out);
+  for (const auto& [target, units] : run.wants) {
+    out << "    " << std::left << std::setw(28) << target << " <-";
+    for (const std::string& unit : units) out << " " << unit;
+    out << "\n";
+  }
+}
+
+void ShowEnableOperations(std::ostream& out, const RunReport& run) {
+  Section(out, "Enable operations (unit library)");
+  if (run.enableLinks.empty() && run.changeMarks.empty()) None(out);
+  for (const Change& link : run.enableLinks) ShowChange(out, link, "    ", false);
+  for (const Change& mark : run.changeMarks)
+    out << "    " << (mark.Removed() ? "- " : "+ ") << "change mark " << mark.path << "\n";
+}
+
+void ShowUpgradeEffects(std::ostream& out, const RunReport& run) {
+  Section(out, "Upgrade-boot migration");
+  if (run.flags.empty() && run.legacyRemoved.empty()) {
+    out << "    nothing: no run-once flag made, no program run, no legacy configuration removed\n";
+    return;
+  }
+  out << "    run-once flags:\n";
+  for (const Change& flag : run.flags) ShowChange(out, flag, "      ", false);
+  out << "    programs run:\n";
+  for (const std::string& program : run.programs) out << "      " << program << "\n";
+  out << "    legacy configuration removed:\n";
+  for (const Change& removed : run.legacyRemoved) out << "      - " << removed.path << "/\n";
+}
+
+void ShowLog(std::ostream& out, const RunReport& run) {
+  Section(out, "Log lines (syslog)");
+  if (run.log.empty()) None(out);
+  for (const std::string& line : run.log) out << "    " << line << "\n";
+  if (!run.output.empty()) {
+    Section(out, "Output on stdout/stderr");
+    out << Indented(run.output, "    ");
+  }
+}
+
+bool SameOutput(const std::vector<Change>& a, const std::vector<Change>& b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i)
+    if (a[i].path != b[i].path || !(a[i].after == b[i].after)) return false;
+  return true;
+}
+
+bool ChangedNothingElse(const RunReport& run) {
+  return run.enableLinks.empty() && run.changeMarks.empty() && run.flags.empty() && run.legacyRemoved.empty() &&
+         run.other.empty();
+}
+
+void ShowRun(std::ostream& out, const RunReport& run, const RunReport* previous, int timeoutSeconds) {
+  out << "  " << (run.failure.empty() ? DescribeOutcome(run.outcome, timeoutSeconds) : run.failure) << "\n";
+  bool same = previous && SameOutput(run.masks, previous->masks) && SameOutput(run.wantsLinks, previous->wantsLinks) &&
+              SameOutput(run.dropIns, previous->dropIns);
+  if (same && ChangedNothingElse(run)) {
+    out << "  the same " << run.masks.size() << " masks, " << run.wantsLinks.size() << " wants links and "
+        << run.dropIns.size() << " drop-ins as the run before; no enable operation, no program run, "
+        << "nothing else changed\n";
+    ShowLog(out, run);
+    return;
+  }
+  ShowMasks(out, run);
+  ShowWants(out, run);
+  Section(out, "Drop-ins");
+  ShowChanges(out, run.dropIns, true);
+  ShowEnableOperations(out, run);
+  ShowUpgradeEffects(out, run);
+  Section(out, "Other changes anywhere");
+  ShowChanges(out, run.other, true);
+  ShowLog(out, run);
+}
+
+void ShowAnswers(std::ostream& out, const Report& report) {
+  Section(out, "The platform library's answers for " + report.unit + " (before the run -> after)");
+  if (!report.before.failure.empty()) {
+    out << "    " << report.before.failure << "\n";
+    return;
+  }
+  for (size_t i = 0; i < report.before.answers.size(); ++i) {
+    const auto& [name, before] = report.before.answers[i];
+    auto text = [](const Answer& answer) {
+      return answer.ok ? (answer.value.empty() ? "(none)" : answer.value) : "failed, error 0x" + [&] {
+        std::ostringstream hex;
+        hex << std::uppercase << std::hex << std::setw(4) << std::setfill('0') << answer.error;
+        return hex.str();
+      }();
+    };
+    out << "    " << std::left << std::setw(31) << name << " " << text(before);
+    if (i < report.after.answers.size() && text(report.after.answers[i].second) != text(before))
+      out << " -> " << text(report.after.answers[i].second);
+    out << "\n";
+  }
+}
+
+void ShowLive(std::ostream& out, const Report& report) {
+  Section(out, "Against the live state: what a reload would add (+) or remove (-)");
+  if (!report.liveFailure.empty()) out << "    " << report.liveFailure << "\n";
+  else if (report.live.empty()) out << "    nothing: the live output and enable links are what the policy gives now\n";
+  for (const LiveDifference& difference : report.live) {
+    out << "    " << difference.sign << " " << std::left << std::setw(12) << difference.kind << difference.path;
+    if (difference.kind != "drop-in" || difference.text.find('\n') == std::string::npos) {
+      if (!difference.text.empty()) out << " -> " << difference.text;
+      out << "\n";
+    } else {
+      out << "\n" << Indented(difference.text, "        ");
+    }
+  }
+}
+
+void ShowVerify(std::ostream& out, const Report& report) {
+  const VerifyReport& verify = report.verify;
+  Section(out, "As systemd loads it (systemd-analyze verify --generators=yes)");
+  if (!verify.failure.empty()) out << "    " << verify.failure << "\n";
+  if (!verify.ran) {
+    if (verify.failure.empty()) out << "    nothing to load: the run named no unit\n";
+    return;
+  }
+  out << "    " << (verify.generatorLine.empty() ? "generator not run" : verify.generatorLine) << "\n";
+  out << "    units loaded: " << verify.units.size() << "; masked:";
+  for (const std::string& unit : verify.masked) out << " " << unit;
+  out << "\n    warnings: " << verify.warnings.size() << "\n";
+  for (const std::string& warning : verify.warnings) out << "      " << warning << "\n";
+}
+
+}  // namespace
+
+void WriteTextReport(const Report& report, std::ostream& out) {
+  out << GENERATOR_NAME << " preview of " << report.target << " (" << report.boot << ")\n";
+  out << "  generator " << report.generator << "\n";
+  for (size_t i = 0; i < report.runs.size(); ++i) {
+    if (report.runs.size() > 1) out << "\n=== " << (i == 0 ? "First run" : "Second run in the same boot (a reload)") << " ===\n";
+    ShowRun(out, report.runs[i], i > 0 ? &report.runs[i - 1] : nullptr, report.timeoutSeconds);
+  }
+  if (!report.unit.empty()) ShowAnswers(out, report);
+  if (report.comparedLive) ShowLive(out, report);
+  if (report.verify.requested) ShowVerify(out, report);
+  if (report.strict) {
+    std::vector<std::string> findings = StrictFindings(report);
+    out << "\n  --strict: " << findings.size() << " finding(s)\n";
+  }
+}
+
+}  // namespace preview

@@ -1,0 +1,75 @@
+// Reading the loader's messages. A warning about one of the files it loads
+// begins with "PATH:LINE: ".
+#include "verify.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <regex>
+
+#include "constants.h"
+#include "process.h"
+
+namespace preview {
+
+namespace {
+
+constexpr const char* ANALYZE = "systemd-analyze";
+constexpr int EXEC_FAILED = 127;
+const std::regex WARNING(R"(^/[^ ]*:[0-9]+: .*|.*Unknown key.*|.*bad unit file setting.*)");
+const std::regex MASKED(R"(^Unit (\S+) is masked\.$)");
+const std::regex GENERATOR_RESULT(".*/" + std::string(GENERATOR_NAME) + R"( (succeeded|failed.*))");
+
+int ExecAnalyze(const Sandbox& sandbox, const std::vector<std::string>& units, const std::string& outputPath) {
+  int output = open(outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  int input = open("/dev/null", O_RDWR);
+  if (output < 0 || input < 0 || dup2(input, 0) < 0 || dup2(input, 1) < 0 || dup2(output, 2) < 0) return EXEC_FAILED;
+  setsid();
+  if (chroot(sandbox.root.c_str()) < 0 || chdir("/") < 0) return EXEC_FAILED;
+  std::vector<const char*> arguments = {ANALYZE, "verify", "--generators=yes", "--man=no"};
+  for (const std::string& unit : units) arguments.push_back(unit.c_str());
+  arguments.push_back(nullptr);
+  std::string path = std::string("PATH=") + SANDBOX_PATH;
+  const char* environment[] = {path.c_str(), "SYSTEMD_LOG_LEVEL=debug", "SYSTEMD_LOG_COLOR=0", nullptr};
+  execvpe(ANALYZE, const_cast<char**>(arguments.data()), const_cast<char**>(environment));
+  dprintf(2, "cannot run %s in the target: %s\n", ANALYZE, std::strerror(errno));
+  return EXEC_FAILED;
+}
+
+void ReadMessages(const std::string& outputPath, VerifyReport& report) {
+  std::ifstream messages(outputPath);
+  std::string line;
+  std::smatch match;
+  while (std::getline(messages, line)) {
+    if (std::regex_match(line, match, MASKED)) report.masked.push_back(match[1]);
+    else if (std::regex_match(line, match, GENERATOR_RESULT)) report.generatorLine = std::string(GENERATOR_NAME) + " " + match[1].str();
+    else if (std::regex_match(line, WARNING)) report.warnings.push_back(line);
+    else if (line.compare(0, 11, "cannot run ") == 0) report.failure = line;
+  }
+}
+
+}  // namespace
+
+VerifyReport VerifyWithLoader(const Sandbox& sandbox, const std::vector<std::string>& units, int timeoutSeconds) {
+  VerifyReport report;
+  report.units = units;
+  if (units.empty()) return report;
+  std::string outputPath = sandbox.work + "/verify-output";
+  std::vector<std::string> log;
+  pid_t pid = StartChild([&] { return ExecAnalyze(sandbox, units, outputPath); });
+  if (pid < 0) {
+    report.failure = std::string("cannot fork: ") + std::strerror(errno);
+    return report;
+  }
+  report.ran = true;
+  report.outcome = WaitForChild(pid, timeoutSeconds * 1000, sandbox.logFd, log);
+  EndOtherProcesses();
+  ReadMessages(outputPath, report);
+  return report;
+}
+
+}  // namespace preview
