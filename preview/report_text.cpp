@@ -1,6 +1,8 @@
 // The report for a person: one section per kind of output, as an
 // administrator asks about them, each line tagged with what happened.
 #include <iomanip>
+#include <cstring>
+#include <map>
 #include <sstream>
 
 #include "constants.h"
@@ -86,33 +88,35 @@ void ShowLog(std::ostream& out, const RunReport& run) {
   }
 }
 
-bool SameOutput(const std::vector<Change>& a, const std::vector<Change>& b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i)
-    if (a[i].path != b[i].path || !(a[i].after == b[i].after)) return false;
-  return true;
-}
+bool IsGeneratorOutput(const Change& change) { return change.path.compare(0, std::strlen(NORMAL_DIR), NORMAL_DIR) == 0; }
 
-bool ChangedNothingElse(const RunReport& run) {
-  return run.enableLinks.empty() && run.changeMarks.empty() && run.flags.empty() && run.legacyRemoved.empty() &&
-         run.other.empty();
+// The generator's output of a second run against the first's.
+void ShowOutputAgainst(std::ostream& out, const RunReport& run, const RunReport& previous) {
+  std::map<std::string, Entry> before, now;
+  for (const RunReport* source : {&previous, &run})
+    for (const auto* kind : {&source->masks, &source->wantsLinks, &source->dropIns})
+      for (const Change& change : *kind)
+        if (IsGeneratorOutput(change)) (source == &run ? now : before)[change.path] = change.after;
+  Section(out, "Generator output against the run before");
+  size_t differences = 0;
+  for (const auto& [path, entry] : before)
+    if (!now.count(path) || !(now[path] == entry)) out << "    - " << path << "\n", ++differences;
+  for (const auto& [path, entry] : now)
+    if (!before.count(path) || !(before[path] == entry))
+      out << "    + " << path << (entry.kind == 'l' ? " -> " + entry.text : "") << "\n", ++differences;
+  if (differences == 0) out << "    the same " << now.size() << " masks, links and drop-ins, with the same content\n";
 }
 
 void ShowRun(std::ostream& out, const RunReport& run, const RunReport* previous, int timeoutSeconds) {
   out << "  " << (run.failure.empty() ? DescribeOutcome(run.outcome, timeoutSeconds) : run.failure) << "\n";
-  bool same = previous && SameOutput(run.masks, previous->masks) && SameOutput(run.wantsLinks, previous->wantsLinks) &&
-              SameOutput(run.dropIns, previous->dropIns);
-  if (same && ChangedNothingElse(run)) {
-    out << "  the same " << run.masks.size() << " masks, " << run.wantsLinks.size() << " wants links and "
-        << run.dropIns.size() << " drop-ins as the run before; no enable operation, no program run, "
-        << "nothing else changed\n";
-    ShowLog(out, run);
-    return;
+  if (previous != nullptr) {
+    ShowOutputAgainst(out, run, *previous);
+  } else {
+    ShowMasks(out, run);
+    ShowWants(out, run);
+    Section(out, "Drop-ins");
+    ShowChanges(out, run.dropIns, true);
   }
-  ShowMasks(out, run);
-  ShowWants(out, run);
-  Section(out, "Drop-ins");
-  ShowChanges(out, run.dropIns, true);
   ShowEnableOperations(out, run);
   ShowUpgradeEffects(out, run);
   Section(out, "Other changes anywhere");

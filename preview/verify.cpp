@@ -20,9 +20,9 @@ namespace {
 
 constexpr const char* ANALYZE = "systemd-analyze";
 constexpr int EXEC_FAILED = 127;
-const std::regex WARNING(R"(^/[^ ]*:[0-9]+: .*|.*Unknown key.*|.*bad unit file setting.*)");
+const std::regex FILE_WARNING(R"(^(/[^ ]*):[0-9]+: .*)");
 const std::regex MASKED(R"(^Unit (\S+) is masked\.$)");
-const std::regex GENERATOR_RESULT(".*/" + std::string(GENERATOR_NAME) + R"( (succeeded|failed.*))");
+const std::regex GENERATOR_RESULT(".*/" + std::string(GENERATOR_NAME) + R"( (succeeded|failed.*?)\.?)");
 
 int ExecAnalyze(const Sandbox& sandbox, const std::vector<std::string>& units, const std::string& outputPath) {
   int output = open(outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -40,6 +40,17 @@ int ExecAnalyze(const Sandbox& sandbox, const std::vector<std::string>& units, c
   return EXEC_FAILED;
 }
 
+// A warning counts when it is about the generator's output or the file of a
+// unit loaded for it (or a drop-in of one), not about units loaded on the way.
+bool IsAboutOurs(const std::string& path, const std::vector<std::string>& units) {
+  if (path.compare(0, 5, "/run/") == 0 || path.compare(0, 23, "/tmp/systemd-temporary-") == 0) return true;
+  std::string name = path.substr(path.rfind('/') + 1), dir = path.substr(0, path.rfind('/'));
+  dir = dir.substr(dir.rfind('/') + 1);
+  for (const std::string& unit : units)
+    if (name == unit || dir == unit + ".d") return true;
+  return false;
+}
+
 void ReadMessages(const std::string& outputPath, VerifyReport& report) {
   std::ifstream messages(outputPath);
   std::string line;
@@ -47,7 +58,7 @@ void ReadMessages(const std::string& outputPath, VerifyReport& report) {
   while (std::getline(messages, line)) {
     if (std::regex_match(line, match, MASKED)) report.masked.push_back(match[1]);
     else if (std::regex_match(line, match, GENERATOR_RESULT)) report.generatorLine = std::string(GENERATOR_NAME) + " " + match[1].str();
-    else if (std::regex_match(line, WARNING)) report.warnings.push_back(line);
+    else if (std::regex_match(line, match, FILE_WARNING) && IsAboutOurs(match[1], report.units)) report.warnings.push_back(line);
     else if (line.compare(0, 11, "cannot run ") == 0) report.failure = line;
   }
 }
