@@ -59,8 +59,20 @@ const Layer* LayerOf(const std::string& path, const std::vector<Layer>& layers) 
   return found;
 }
 
-Entry LowerEntry(const std::string& path, const std::vector<Layer>& layers) {
+// Under a removal or a replaced directory of `before`, nothing of the lower
+// layer shows.
+bool IsHidden(const std::string& path, const Snapshot& before) {
+  for (std::string::size_type slash = path.rfind('/'); slash != 0 && slash != std::string::npos;
+       slash = path.rfind('/', slash - 1)) {
+    auto found = before.find(path.substr(0, slash));
+    if (found != before.end() && (found->second.kind == 'w' || found->second.text == "replaced")) return true;
+  }
+  return false;
+}
+
+Entry LowerEntry(const std::string& path, const Snapshot& before, const std::vector<Layer>& layers) {
   const Layer* layer = LayerOf(path, layers);
+  if (IsHidden(path, before)) return Entry();
   if (layer == nullptr || layer->lower.empty()) return Entry();
   std::string below = layer->mountPoint == "/" ? path : path.substr(layer->mountPoint.size());
   return ReadEntry(layer->lower + below);
@@ -102,10 +114,12 @@ std::vector<Change> CompareSnapshots(const Snapshot& before, const Snapshot& aft
   for (const auto& [path, entry] : after) {
     auto old = before.find(path);
     if (old != before.end() && old->second == entry) continue;
-    changes.push_back({path, old != before.end() ? old->second : LowerEntry(path, layers), entry});
+    Entry was = old != before.end() ? old->second : LowerEntry(path, before, layers);
+    // Written again as it was: no change.
+    if (!(was == entry)) changes.push_back({path, was, entry});
   }
   for (const auto& [path, entry] : before) {
-    if (after.count(path) == 0) changes.push_back({path, entry, LowerEntry(path, layers)});
+    if (after.count(path) == 0) changes.push_back({path, entry, LowerEntry(path, after, layers)});
   }
   std::sort(changes.begin(), changes.end(), [](const Change& a, const Change& b) { return a.path < b.path; });
   return changes;
