@@ -182,7 +182,7 @@ void WriteTextReport(const Report& report, std::ostream& out) {
   out << GENERATOR_NAME << " preview of " << report.target << " (" << report.boot << ")\n";
   out << "  generator " << report.generator << "\n";
   for (size_t i = 0; i < report.runs.size(); ++i) {
-    if (report.runs.size() > 1) out << "\n=== " << (i == 0 ? "First run" : "Second run in the same boot (a reload)") << " ===\n";
+    if (report.runs.size() > 1) out << "\n--- " << (i == 0 ? "First run" : "Second run in the same boot (a reload)") << " ---\n";
     ShowRun(out, report.runs[i], i > 0 ? &report.runs[i - 1] : nullptr, report.timeoutSeconds);
   }
   if (!report.unit.empty()) ShowAnswers(out, report);

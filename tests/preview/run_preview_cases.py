@@ -38,19 +38,8 @@ import tempfile
 PREVIEW = "preview/vela-generator-preview"
 # Trees that other programs on the host change on their own.
 VOLATILE = ("/var/log", "/var/cache", "/var/lib/apt", "/var/lib/dpkg", "/var/lib/systemd", "/var/tmp", "/run/user")
-IMAGE = r"""
-mount -t tmpfs tmpfs "$W"; mkdir "$W/upper" "$W/scratch" "$W/root"
-mount -t overlay overlay -o "lowerdir=/,upperdir=$W/upper,workdir=$W/scratch" "$W/root"
-R=$W/root
-rm -rf "$R/etc/systemd/system"; cp -a "$EXAMPLES/platform/." "$R/"
-install -m 755 "$BUILD/generator/vela-system-generator" "$R$(pkg-config --variable=systemdsystemgeneratordir systemd)/"
-install -m 644 "$BUILD/platform/velasystemd/libvelasystemd.so.7" "$BUILD/platform/velacore/libvelacore.so.7" \
-  "$R/usr/lib/$(gcc -print-multiarch)/"
-ldconfig -r "$R"
-# The build tree is the generator's run path: hidden, so that it loads the
-# libraries installed in the image.
-mount -t tmpfs -o ro,size=4k tmpfs "$R$BUILD"
-"""
+# The image of every case but the live ones, at $W/root.
+IMAGE = '"$TOP/scripts/example_image.sh" "$W" "$BUILD"\nR=$W/root\n'
 BOOTED = r"""
 mkdir -p "$R/run/systemd/generator" "$R/run/systemd/generator.early" "$R/run/systemd/generator.late"
 chroot "$R" /lib/systemd/system-generators/vela-system-generator \
@@ -170,7 +159,8 @@ def run_case(case, options):
     args = " ".join(rest for word, rest in lines if word == "run")
     leftovers_before = set(glob.glob("/dev/shm/vela-preview.*"))
     with tempfile.TemporaryDirectory(prefix="vela-preview-case-", dir="/dev/shm") as work:
-        env = dict(os.environ, W=work, BUILD=options.build, EXAMPLES=options.examples, LC_ALL="C")
+        env = dict(os.environ, W=work, BUILD=options.build, EXAMPLES=options.examples, LC_ALL="C",
+                   TOP=os.path.dirname(options.examples))
         script = setup_script(lines) + 'ROOT=$R\n' + run_script(lines, args.replace("$ROOT", '"$R"'))
         guard = "host-unchanged" in [word for word, _ in lines]
         digest = tree_digest() if guard else None
