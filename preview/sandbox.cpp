@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "constants.h"
 #include "mounts.h"
@@ -24,6 +25,8 @@ namespace {
 constexpr const char* OWN_TREES[] = {"/proc", "/sys", "/dev", "/run", "/tmp"};
 // The devices a generator and the programs it runs may open.
 constexpr const char* DEVICES[] = {"null", "zero", "full", "random", "urandom", "tty"};
+constexpr std::pair<const char*, const char*> DEVICE_LINKS[] = {
+    {"fd", "/proc/self/fd"}, {"stdin", "/proc/self/fd/0"}, {"stdout", "/proc/self/fd/1"}, {"stderr", "/proc/self/fd/2"}};
 
 std::string Below(const std::string& root, const std::string& path) {
   return root == "/" ? path : path.substr(root.size());
@@ -103,10 +106,8 @@ std::string MakeDev(Sandbox& sandbox) {
       failure = std::string("cannot bind /dev/") + device + ": " + std::strerror(errno);
   }
   if (!failure.empty()) return failure;
-  (void)symlink("/proc/self/fd", (dev + "/fd").c_str());
-  (void)symlink("/proc/self/fd/0", (dev + "/stdin").c_str());
-  (void)symlink("/proc/self/fd/1", (dev + "/stdout").c_str());
-  (void)symlink("/proc/self/fd/2", (dev + "/stderr").c_str());
+  for (const auto& [name, target] : DEVICE_LINKS)
+    if (symlink(target, (dev + "/" + name).c_str()) < 0) return "cannot make /dev/" + std::string(name);
   (void)mkdir((dev + "/shm").c_str(), 01777);
   sandbox.layers.push_back({"/dev", dev, ""});
   sandbox.logFd = BindLogSocket(dev + "/log");
