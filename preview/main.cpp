@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 #include <iostream>
 
@@ -43,6 +44,9 @@ sigset_t StopSignals() {
 
 // The child: into a mount namespace of its own, tied to the parent's life.
 int RunInNamespaces(const Options& options, const Target& target, const std::string& work) {
+  // The generator gets the dispositions the service manager gives it, not
+  // those of the shell that started the preview.
+  for (int signal : STOP_SIGNALS) std::signal(signal, SIG_DFL);
   sigset_t signals = StopSignals();
   sigprocmask(SIG_UNBLOCK, &signals, nullptr);
   prctl(PR_SET_PDEATHSIG, SIGKILL);

@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <regex>
 
 #include "constants.h"
 #include "process.h"
@@ -20,9 +19,31 @@ namespace {
 
 constexpr const char* ANALYZE = "systemd-analyze";
 constexpr int EXEC_FAILED = 127;
-const std::regex FILE_WARNING(R"(^(/[^ ]*):[0-9]+: .*)");
-const std::regex MASKED(R"(^Unit (\S+) is masked\.$)");
-const std::regex GENERATOR_RESULT(".*/" + std::string(GENERATOR_NAME) + R"( (succeeded|failed.*?)\.?)");
+constexpr const char MASKED_PREFIX[] = "Unit ";
+constexpr const char MASKED_SUFFIX[] = " is masked.";
+
+bool EndsWith(const std::string& text, const std::string& suffix) {
+  return text.size() >= suffix.size() && text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
+
+// The PATH of a line "PATH:LINE: message", or "".
+std::string WarningPath(const std::string& line) {
+  if (line.empty() || line[0] != '/') return "";
+  std::string::size_type colon = line.find(':');
+  std::string::size_type digits = colon == std::string::npos ? colon : line.find_first_not_of("0123456789", colon + 1);
+  if (digits == std::string::npos || digits == colon + 1 || line.compare(digits, 2, ": ") != 0) return "";
+  return line.substr(0, colon);
+}
+
+// "succeeded" or "failed ..." from the loader's line about the generator.
+std::string GeneratorResult(const std::string& line) {
+  std::string name = "/" + std::string(GENERATOR_NAME) + " ";
+  std::string::size_type at = line.find(name);
+  if (at == std::string::npos) return "";
+  std::string result = line.substr(at + name.size());
+  if (EndsWith(result, ".")) result.pop_back();
+  return result == "succeeded" || result.compare(0, 6, "failed") == 0 ? result : "";
+}
 
 int ExecAnalyze(const Sandbox& sandbox, const std::vector<std::string>& units, const std::string& outputPath) {
   int output = open(outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -54,11 +75,13 @@ bool IsAboutOurs(const std::string& path, const std::vector<std::string>& units)
 void ReadMessages(const std::string& outputPath, VerifyReport& report) {
   std::ifstream messages(outputPath);
   std::string line;
-  std::smatch match;
   while (std::getline(messages, line)) {
-    if (std::regex_match(line, match, MASKED)) report.masked.push_back(match[1]);
-    else if (std::regex_match(line, match, GENERATOR_RESULT)) report.generatorLine = std::string(GENERATOR_NAME) + " " + match[1].str();
-    else if (std::regex_match(line, match, FILE_WARNING) && IsAboutOurs(match[1], report.units)) report.warnings.push_back(line);
+    std::string result = GeneratorResult(line), path = WarningPath(line);
+    size_t prefix = std::strlen(MASKED_PREFIX);
+    if (line.compare(0, prefix, MASKED_PREFIX) == 0 && EndsWith(line, MASKED_SUFFIX))
+      report.masked.push_back(line.substr(prefix, line.size() - prefix - std::strlen(MASKED_SUFFIX)));
+    else if (!result.empty()) report.generatorLine = std::string(GENERATOR_NAME) + " " + result;
+    else if (!path.empty() && IsAboutOurs(path, report.units)) report.warnings.push_back(line);
     else if (line.compare(0, 11, "cannot run ") == 0) report.failure = line;
   }
 }
