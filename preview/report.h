@@ -11,6 +11,10 @@
 namespace preview {
 
 void WriteTextReport(const Report& report, std::ostream& out);
+// The library's answers about the report's unit, each beside the output it
+// led to in the first run.
+void WriteUnitAnswers(const Report& report, std::ostream& out);
+
 void WriteJsonReport(const Report& report, JsonStyle style, std::ostream& out);
 
 // What --strict fails on: log lines of the generator's runs, output on its

@@ -124,28 +124,6 @@ void ShowRun(std::ostream& out, const RunReport& run, const RunReport* previous,
   ShowLog(out, run);
 }
 
-void ShowAnswers(std::ostream& out, const Report& report) {
-  Section(out, "The platform library's answers for " + report.unit + " (before the run -> after)");
-  if (!report.before.failure.empty()) {
-    out << "    " << report.before.failure << "\n";
-    return;
-  }
-  for (size_t i = 0; i < report.before.answers.size(); ++i) {
-    const auto& [name, before] = report.before.answers[i];
-    auto text = [](const Answer& answer) {
-      return answer.ok ? (answer.value.empty() ? "(none)" : answer.value) : "failed, error 0x" + [&] {
-        std::ostringstream hex;
-        hex << std::uppercase << std::hex << std::setw(4) << std::setfill('0') << answer.error;
-        return hex.str();
-      }();
-    };
-    out << "    " << std::left << std::setw(31) << name << " " << text(before);
-    if (i < report.after.answers.size() && text(report.after.answers[i].second) != text(before))
-      out << " -> " << text(report.after.answers[i].second);
-    out << "\n";
-  }
-}
-
 void ShowLive(std::ostream& out, const Report& report) {
   Section(out, "Against the live state: what a reload would add (+) or remove (-)");
   if (!report.liveFailure.empty()) out << "    " << report.liveFailure << "\n";
@@ -185,7 +163,7 @@ void WriteTextReport(const Report& report, std::ostream& out) {
     if (report.runs.size() > 1) out << "\n--- " << (i == 0 ? "First run" : "Second run in the same boot (a reload)") << " ---\n";
     ShowRun(out, report.runs[i], i > 0 ? &report.runs[i - 1] : nullptr, report.timeoutSeconds);
   }
-  if (!report.unit.empty()) ShowAnswers(out, report);
+  if (!report.unit.empty()) WriteUnitAnswers(report, out);
   if (report.comparedLive) ShowLive(out, report);
   if (report.verify.requested) ShowVerify(out, report);
   if (report.strict) {
