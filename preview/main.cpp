@@ -1,8 +1,8 @@
 // vela-generator-preview: runs the generator in a throwaway layer of the
-// system or an image and reports what it did. The first process stays in the
+// system or an image and reports what it did. This process stays in the
 // host's namespaces, owns the temporary directory and removes it; the work is
-// done by its child, the first process of a new pid namespace in a new mount
-// namespace, so that when it ends, whatever it started and mounted ends too.
+// done by the first process of a new pid namespace in a new mount namespace,
+// so that when it ends, whatever it started and mounted ends too.
 #include <errno.h>
 #include <poll.h>
 #include <sched.h>
@@ -42,16 +42,32 @@ sigset_t StopSignals() {
   return signals;
 }
 
-// The child: into a mount namespace of its own, tied to the parent's life.
+// The namespaces' first process: in a mount namespace of its own, tied to
+// the life of the process that started it.
+int RunFirstInNamespaces(const Options& options, const Target& target, const std::string& work) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (unshare(CLONE_NEWNS) < 0) return Fail(std::string("cannot make a mount namespace: ") + std::strerror(errno));
+  return RunPreview(options, target, work);
+}
+
+// The child of the preview: starts the first process of a new pid namespace
+// and waits for it. Only the namespace's processes are in that namespace, so
+// that once its first process is gone no new one can enter it.
 int RunInNamespaces(const Options& options, const Target& target, const std::string& work) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
   // The generator gets the dispositions the service manager gives it, not
   // those of the shell that started the preview.
   for (int signal : STOP_SIGNALS) std::signal(signal, SIG_DFL);
   sigset_t signals = StopSignals();
   sigprocmask(SIG_UNBLOCK, &signals, nullptr);
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (unshare(CLONE_NEWNS) < 0) return Fail(std::string("cannot make a mount namespace: ") + std::strerror(errno));
-  return RunPreview(options, target, work);
+  if (unshare(CLONE_NEWPID) < 0)
+    return Fail(std::string("cannot make namespaces (") + std::strerror(errno) + "): run it as root or with CAP_SYS_ADMIN");
+  pid_t first = StartChild([&] { return RunFirstInNamespaces(options, target, work); });
+  if (first < 0) return Fail(std::string("cannot fork: ") + std::strerror(errno));
+  int status = 0;
+  while (waitpid(first, &status, 0) < 0 && errno == EINTR) {
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : EXIT_CANNOT_RUN;
 }
 
 // Waits for the child; a stop signal kills it, and with it its namespaces.
@@ -90,9 +106,6 @@ int main(int argc, char** argv) {
   Target target;
   error = ResolveTarget(options, target);
   if (!error.empty()) return Fail(error);
-  // Only the next child enters the new pid namespace; this process stays.
-  if (unshare(CLONE_NEWPID) < 0)
-    return Fail(std::string("cannot make namespaces (") + std::strerror(errno) + "): run it as root or with CAP_SYS_ADMIN");
   sigset_t signals = StopSignals();
   sigprocmask(SIG_BLOCK, &signals, nullptr);
   char work[] = "/dev/shm/vela-preview.XXXXXX";

@@ -42,8 +42,10 @@ VOLATILE = ("/var/log", "/var/cache", "/var/lib/apt", "/var/lib/dpkg", "/var/lib
 IMAGE = '"$TOP/scripts/example_image.sh" "$W" "$BUILD"\nR=$W/root\n'
 BOOTED = r"""
 mkdir -p "$R/run/systemd/generator" "$R/run/systemd/generator.early" "$R/run/systemd/generator.late"
+mount -t proc proc "$R/proc"
 chroot "$R" /lib/systemd/system-generators/vela-system-generator \
   /run/systemd/generator /run/systemd/generator.early /run/systemd/generator.late 2>/dev/null
+umount "$R/proc"
 """
 
 
