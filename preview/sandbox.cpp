@@ -57,8 +57,11 @@ std::string LayerMount(Sandbox& sandbox, const std::string& hostPoint, const std
   for (const std::string& dir : {layer.upper, layer.lower, scratch})
     if (mkdir(dir.c_str(), 0700) < 0) return "cannot make " + dir + ": " + std::strerror(errno);
   std::string failure = BindReadOnly(hostPoint, layer.lower);
-  if (failure.empty() && !MountOverlay(layer.lower, layer.upper, scratch, mounted).empty())
-    return BindReadOnly(layer.lower, mounted);
+  std::string overlay = failure.empty() ? MountOverlay(layer.lower, layer.upper, scratch, mounted) : "";
+  // Without an overlay of the root there is nothing to preview; a mount
+  // below it stays read-only, and what the run writes there fails.
+  if (!overlay.empty() && inTarget == "/") return overlay + " (does the kernel have the overlay file system?)";
+  if (!overlay.empty()) return BindReadOnly(layer.lower, mounted);
   if (failure.empty()) sandbox.layers.push_back(layer);
   return failure;
 }

@@ -18,6 +18,7 @@ A case file: lines before the first "case" belong to every case of the file.
   write-host PATH TEXT  an executable file outside the image ($W: the case's directory)
   run ARG...          the preview's arguments; $ROOT is the image, $BUILD the build
   interrupt SECONDS   Ctrl-C after that long
+  unprivileged        the preview runs as nobody, without capabilities
   host-unchanged      /etc, /run, /usr/vela and /var of the host hash the same after
   exit N              the exit status (default 0)
   out TEXT            a line of stdout; these lines in this order
@@ -87,6 +88,8 @@ def setup_script(lines):
 def run_script(lines, args):
     interrupt = [rest for word, rest in lines if word == "interrupt"]
     command = '"$BUILD/' + PREVIEW + '" ' + args
+    if any(word == "unprivileged" for word, _ in lines):
+        command = "setpriv --reuid=65534 --regid=65534 --clear-groups --inh-caps=-all " + command
     if interrupt:
         return command + f' & pid=$!; sleep {interrupt[0]}; kill -INT $pid; wait $pid\n'
     return command + "\n"
