@@ -46,7 +46,10 @@ sigset_t StopSignals() {
 // the life of the process that started it.
 int RunFirstInNamespaces(const Options& options, const Target& target, const std::string& work) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (unshare(CLONE_NEWNS) < 0) return Fail(std::string("cannot make a mount namespace: ") + std::strerror(errno));
+  // A network namespace of its own too: no abstract socket of the host's
+  // daemons is reachable from the sandbox.
+  if (unshare(CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS) < 0)
+    return Fail(std::string("cannot make the namespaces: ") + std::strerror(errno));
   return RunPreview(options, target, work);
 }
 

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "constants.h"
+#include "live_copy.h"
 #include "mounts.h"
 #include "syslog_socket.h"
 
@@ -79,22 +80,19 @@ std::string LayerTarget(Sandbox& sandbox, const std::string& root) {
 }
 
 // /run as a boot finds it (empty but for the generator directories), or for
-// a comparison with the live state as a reload finds it: the target's own.
+// a comparison with the live state as a reload finds it: with the target's
+// runtime enable links, run-once flags and reason drop-in.
 std::string MakeRun(Sandbox& sandbox, const Options& options, const std::string& root) {
   std::string run = sandbox.root + "/run";
   std::string failure = MakeDirectories(run);
-  if (!failure.empty()) return failure;
-  if (!options.changes) {
-    failure = MountTmpfs(run, "0755");
-    if (failure.empty()) sandbox.layers.push_back({"/run", run, ""});
-  } else {
+  if (failure.empty()) failure = MountTmpfs(run, "0755");
+  if (failure.empty() && options.changes) {
     sandbox.liveRun = sandbox.work + "/live-run";
-    std::string upper = sandbox.work + "/upper-run", scratch = sandbox.work + "/scratch-run";
-    for (const std::string& dir : {sandbox.liveRun, upper, scratch}) mkdir(dir.c_str(), 0700);
+    if (mkdir(sandbox.liveRun.c_str(), 0700) < 0) return "cannot make " + sandbox.liveRun + ": " + std::strerror(errno);
     failure = BindReadOnly(root + "/run", sandbox.liveRun);
-    if (failure.empty()) failure = MountOverlay(sandbox.liveRun, upper, scratch, run);
-    if (failure.empty()) sandbox.layers.push_back({"/run", upper, sandbox.liveRun});
+    if (failure.empty()) failure = CopyLiveState(sandbox.liveRun, run);
   }
+  if (failure.empty()) sandbox.layers.push_back({"/run", run, ""});
   return failure.empty() ? EmptyGeneratorDirs(sandbox) : failure;
 }
 
@@ -111,6 +109,7 @@ std::string MakeDev(Sandbox& sandbox) {
   if (!failure.empty()) return failure;
   for (const auto& [name, target] : DEVICE_LINKS)
     if (symlink(target, (dev + "/" + name).c_str()) < 0) return "cannot make /dev/" + std::string(name);
+  // Not every program needs it: a /dev/shm that cannot be made is no failure.
   (void)mkdir((dev + "/shm").c_str(), 01777);
   sandbox.layers.push_back({"/dev", dev, ""});
   sandbox.logFd = BindLogSocket(dev + "/log");
