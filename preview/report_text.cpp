@@ -64,6 +64,11 @@ void ShowEnableOperations(std::ostream& out, const RunReport& run) {
     out << "    " << (mark.Removed() ? "- " : "+ ") << "change mark " << mark.path << "\n";
 }
 
+void ShowList(std::ostream& out, const std::vector<std::string>& lines) {
+  if (lines.empty()) out << "      (none)\n";
+  for (const std::string& line : lines) out << "      " << line << "\n";
+}
+
 void ShowUpgradeEffects(std::ostream& out, const RunReport& run) {
   Section(out, "Upgrade-boot migration");
   if (run.flags.empty() && run.legacyRemoved.empty()) {
@@ -72,10 +77,13 @@ void ShowUpgradeEffects(std::ostream& out, const RunReport& run) {
   }
   out << "    run-once flags:\n";
   for (const Change& flag : run.flags) ShowChange(out, flag, "      ", false);
-  out << "    programs run:\n";
-  for (const std::string& program : run.programs) out << "      " << program << "\n";
+  // A step that runs a program makes its flag first.
+  out << "    programs run (by the steps whose flags were made):\n";
+  ShowList(out, run.programs);
   out << "    legacy configuration removed:\n";
-  for (const Change& removed : run.legacyRemoved) out << "      - " << removed.path << "/\n";
+  std::vector<std::string> removed;
+  for (const Change& change : run.legacyRemoved) removed.push_back("- " + change.path + "/");
+  ShowList(out, removed);
 }
 
 void ShowLog(std::ostream& out, const RunReport& run) {

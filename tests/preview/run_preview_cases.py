@@ -16,7 +16,8 @@ A case file: lines before the first "case" belong to every case of the file.
   booted              the image's /run holds what its generator made at a boot
   write PATH TEXT     a file of the image (\\n escapes); "chmod MODE PATH", "remove PATH"
   write-host PATH TEXT  an executable file outside the image ($W: the case's directory)
-  run ARG...          the preview's arguments; $ROOT is the image, $BUILD the build
+  run ARG...          the preview's arguments; $ROOT is the image, $GENERATOR the built
+                      generator for a live case, $W the case's directory
   interrupt SECONDS   Ctrl-C after that long
   unprivileged        the preview runs as nobody, without capabilities
   host-unchanged      /etc, /run, /usr/vela and /var of the host hash the same after
@@ -64,8 +65,22 @@ def read_cases(path):
     return cases
 
 
+# The built generator for previews of the live system, as $GENERATOR. The
+# clone may lie under /tmp, which the sandbox replaces with its own: the build
+# is shown at /opt (in this namespace only), and the generator is started by
+# the loader with the build's library directories.
+LIVE = r"""
+mount --bind "$BUILD" /opt
+interpreter=$(readelf -l "$BUILD/generator/vela-system-generator" | sed -n 's/.*interpreter: \(.*\)]$/\1/p')
+GENERATOR=$W/generator
+printf '#!/bin/sh\nexec %s --library-path /opt/platform/velasystemd:/opt/platform/velacore /opt/generator/vela-system-generator "$@"\n' \
+  "$interpreter" >"$GENERATOR"
+chmod 755 "$GENERATOR"
+"""
+
+
 def setup_script(lines):
-    script = "set -e\n" if any(w == "live" for w, _ in lines) else "set -e\n" + IMAGE
+    script = "set -e\n" + (LIVE if any(w == "live" for w, _ in lines) else IMAGE)
     if any(w == "upgrade" for w, _ in lines):
         script += 'cp -a "$EXAMPLES/upgrade/." "$R/"\n'
     for word, rest in lines:
