@@ -12,9 +12,9 @@ namespace {
 
 // The flag names of the upgrade-boot steps that run a program, and the
 // program each stands for.
-const std::pair<const char*, const char*> PROGRAM_FLAGS[] = {
-    {"velaservicemigrate", "/usr/vela/sbin/velaservicemigrate --all"},
-    {"configupdate-", "/usr/vela/lib/systemd/scripts/nxo-configupdate.sh "},
+const std::pair<const char*, std::string> PROGRAM_FLAGS[] = {
+    {"velaservicemigrate", std::string(SERVICE_MIGRATE_BIN) + " --all"},
+    {"configupdate-", std::string(CONFIG_UPDATE_SCRIPT) + " "},
 };
 
 bool StartsWith(const std::string& text, const std::string& prefix) { return text.compare(0, prefix.size(), prefix) == 0; }

@@ -31,6 +31,10 @@ constexpr const char* TEMP_TEMPLATE = "/dev/shm/vela-preview.XXXXXX";
 constexpr int DEFAULT_TIMEOUT_SECONDS = 90;
 // File contents are kept up to this size; larger files are shown by size.
 constexpr long MAX_SHOWN_FILE = 64 * 1024;
+// The exit status of a child whose program could not be executed, as the
+// shell has it, and the prefix of the message it leaves.
+constexpr int EXEC_FAILED = 127;
+constexpr const char* CANNOT_RUN = "cannot run ";
 // Exit statuses: the generator failed (or --strict found something), or the
 // preview itself could not run.
 constexpr int EXIT_GENERATOR_FAILED = 1;

@@ -2,6 +2,7 @@
 // it logged nothing and the loader did not warn.
 #include <string>
 
+#include "constants.h"
 #include "report.h"
 
 namespace preview {
@@ -19,8 +20,8 @@ std::vector<std::string> StrictFindings(const Report& report) {
 
 int ExitStatusOf(const Report& report) {
   for (const RunReport& run : report.runs)
-    if (!run.outcome.Succeeded()) return 1;
-  if (report.strict && !StrictFindings(report).empty()) return 1;
+    if (!run.outcome.Succeeded()) return EXIT_GENERATOR_FAILED;
+  if (report.strict && !StrictFindings(report).empty()) return EXIT_GENERATOR_FAILED;
   return 0;
 }
 

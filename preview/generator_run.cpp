@@ -18,11 +18,6 @@ namespace preview {
 
 namespace {
 
-// What exec failures leave on the generator's output, so that the report can
-// tell "could not be run" from "ran and failed".
-constexpr const char* CANNOT_RUN = "cannot run ";
-constexpr int EXEC_FAILED = 127;
-
 int ExecGenerator(const Sandbox& sandbox, const std::string& generatorPath, const std::string& outputPath) {
   int output = open(outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   int input = open("/dev/null", O_RDONLY);

@@ -111,13 +111,13 @@ int main(int argc, char** argv) {
   if (!error.empty()) return Fail(error);
   sigset_t signals = StopSignals();
   sigprocmask(SIG_BLOCK, &signals, nullptr);
-  char work[] = "/dev/shm/vela-preview.XXXXXX";
-  if (mkdtemp(work) == nullptr) return Fail(std::string("cannot make a temporary directory: ") + std::strerror(errno));
+  std::string work = TEMP_TEMPLATE;
+  if (mkdtemp(&work[0]) == nullptr) return Fail(std::string("cannot make a temporary directory: ") + std::strerror(errno));
   std::cout.flush();
   pid_t child = StartChild([&] { return RunInNamespaces(options, target, work); });
   int status = child < 0 ? Fail(std::string("cannot fork: ") + std::strerror(errno)) : WaitOrStop(child);
   // Its tmpfs lived in the child's mount namespace: here it is empty.
-  if (rmdir(work) < 0) Fail(std::string("cannot remove ") + work + ": " + std::strerror(errno));
+  if (rmdir(work.c_str()) < 0) Fail(std::string("cannot remove ") + work + ": " + std::strerror(errno));
   if (status == EXIT_INTERRUPTED) std::cerr << PROGRAM_NAME << ": interrupted; nothing is left behind\n";
   return status;
 }

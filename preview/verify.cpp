@@ -18,7 +18,6 @@ namespace preview {
 namespace {
 
 constexpr const char* ANALYZE = "systemd-analyze";
-constexpr int EXEC_FAILED = 127;
 constexpr const char MASKED_PREFIX[] = "Unit ";
 constexpr const char MASKED_SUFFIX[] = " is masked.";
 
@@ -57,7 +56,7 @@ int ExecAnalyze(const Sandbox& sandbox, const std::vector<std::string>& units, c
   std::string path = std::string("PATH=") + SANDBOX_PATH;
   const char* environment[] = {path.c_str(), "SYSTEMD_LOG_LEVEL=debug", "SYSTEMD_LOG_COLOR=0", nullptr};
   execvpe(ANALYZE, const_cast<char**>(arguments.data()), const_cast<char**>(environment));
-  dprintf(2, "cannot run %s in the target: %s\n", ANALYZE, std::strerror(errno));
+  dprintf(2, "%s%s in the target: %s\n", CANNOT_RUN, ANALYZE, std::strerror(errno));
   return EXEC_FAILED;
 }
 
@@ -82,7 +81,7 @@ void ReadMessages(const std::string& outputPath, VerifyReport& report) {
       report.masked.push_back(line.substr(prefix, line.size() - prefix - std::strlen(MASKED_SUFFIX)));
     else if (!result.empty()) report.generatorLine = std::string(GENERATOR_NAME) + " " + result;
     else if (!path.empty() && IsAboutOurs(path, report.units)) report.warnings.push_back(line);
-    else if (line.compare(0, 11, "cannot run ") == 0) report.failure = line;
+    else if (line.compare(0, std::strlen(CANNOT_RUN), CANNOT_RUN) == 0) report.failure = line;
   }
 }
 
