@@ -120,8 +120,12 @@ std::string MakeDev(Sandbox& sandbox) {
 std::string MakeKernelTrees(Sandbox& sandbox) {
   std::string failure = MakeDirectories(sandbox.root + "/proc");
   if (failure.empty()) failure = MountKernelFileSystem("proc", sandbox.root + "/proc", false);
+  // The kernel's settings are the host's, whatever the namespaces: read-only,
+  // as sysfs below.
+  for (const char* setting : {"/proc/sys", "/proc/sysrq-trigger"})
+    if (failure.empty() && access((sandbox.root + setting).c_str(), F_OK) == 0)
+      failure = BindReadOnly(sandbox.root + setting, sandbox.root + setting);
   if (failure.empty()) failure = MakeDirectories(sandbox.root + "/sys");
-  // The kernel's settings are the host's: read-only.
   if (failure.empty()) failure = MountKernelFileSystem("sysfs", sandbox.root + "/sys", true);
   if (failure.empty()) failure = MakeDirectories(sandbox.root + "/tmp");
   if (failure.empty()) failure = MountTmpfs(sandbox.root + "/tmp", "1777");
