@@ -1,22 +1,22 @@
 #!/usr/bin/env bash
-# Runs the source's autopkgtests (debian/tests/) with autopkgtest's `null`
-# runner against the built packages, inside a throwaway overlay of the host's
-# root (a tmpfs upper layer) made the root of private mount and PID
-# namespaces: the packages are installed there, never on the host.
-# Usage: autopkgtest_overlay.sh PACKAGE_DIR SOURCE_DIR. Exit status 77: skipped.
+# Runs the autopkgtests of debian/tests/ with autopkgtest's `null` runner
+# against the built packages (default: build/packages), inside a throwaway
+# overlay of the host's root (a tmpfs upper layer) made the root of private
+# mount and PID namespaces: the packages are installed there, never on the
+# host. Usage: autopkgtest.sh [PACKAGE_DIR]. Exit status 77: skipped.
 set -euo pipefail
 skip() { echo "SKIPPED: $*"; exit 77; }
 
 if [ "${1:-}" != --inside ]; then
-  debs=$(realpath "$1") source=$(realpath "$2")
-  . "$(dirname "$0")/binary_packages.sh"
+  source=$(cd "$(dirname "$0")/.." && pwd)
+  debs=$(realpath -m "${1:-$source/build/packages}")
   [ "$(id -u)" = 0 ] || skip "installing packages needs root"
   for tool in autopkgtest unshare pivot_root; do
     command -v "$tool" >/dev/null || skip "$tool is not installed: run scripts/install-deps.sh"
   done
   unshare --mount --pid --fork true 2>/dev/null || skip "cannot make private mount and PID namespaces here"
   grep -qw overlay /proc/filesystems || modprobe overlay 2>/dev/null || skip "the kernel has no overlay file system"
-  packages=$(binary_packages "$source/debian/control")
+  packages=$("$source/scripts/binary-packages.sh")
   for package in $packages; do
     compgen -G "$debs/${package}_*.deb" >/dev/null || skip "no ${package}_*.deb in $debs: run scripts/build-packages.sh"
   done
@@ -40,7 +40,8 @@ for package in "$@"; do cp "$debs/${package}"_*.deb "$root/tmp/debs/"; done
 rm -f "$root"/tmp/debs/*-dbgsym_*.deb
 tar -C "$source" --exclude=./.git --exclude='./build*' --exclude='./obj-*' -cf - . | tar -C "$root/tmp/source" -xf -
 
-# A real root, not a chroot: the tests' sandbox needs to pivot into its own.
+# The overlay becomes the root itself, so that everything there, down to the
+# tests' sandbox, sees an ordinary root rather than a chroot.
 cd "$root"
 pivot_root . mnt
 umount -l /mnt

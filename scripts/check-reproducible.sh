@@ -8,9 +8,10 @@
 # pair of builds also varies the user and group (nobody:nogroup): disorderfs
 # cannot serve another user where /dev/fuse is root's alone, so that pair
 # keeps the file order.
-# Usage: reproducible_check.sh SOURCE_DIR. Exit status 77: skipped.
+# Usage: check-reproducible.sh [SOURCE_DIR] (default: this clone).
+# Exit status 77: skipped.
 set -euo pipefail
-. "$(dirname "$0")/binary_packages.sh"
+top=$(cd "$(dirname "$0")/.." && pwd)
 # reprotest's own choice: its sort order differs from the C locale's.
 VARIED_LOCALE=et_EE
 OTHER_USER=nobody:nogroup
@@ -51,12 +52,12 @@ compare_builds() {
   grep -E '^INFO:reprotest.build:|^INFO:reprotest:build "experiment' "$work/$name.log" | sed 's/^INFO:reprotest[.a-z]*:/  /'
   sed -n '/^Reproduction successful/,/^However/p' "$work/$name.log" | grep -v '^However'
   # reprotest lists the identical files it compared.
-  for package in $(binary_packages "$source/debian/control"); do
+  for package in $("$top/scripts/binary-packages.sh" "$source/debian/control"); do
     grep -q " \./${package}_[^ ]*\.deb$" "$work/$name/SHA256SUMS" || fail "$name: no ${package}_*.deb was compared"
   done
 }
 
-source=$(realpath "$1")
+source=$(realpath "${1:-$top}")
 for tool in reprotest faketime disorderfs localedef dpkg-buildpackage; do
   command -v "$tool" >/dev/null || skip "$tool is not installed: run scripts/install-deps.sh"
 done
