@@ -37,7 +37,6 @@ mount --rbind /dev "$root/dev"
 for path in dev/shm run tmp; do mount -t tmpfs tmpfs "$root/$path"; done
 mkdir "$root/tmp/debs" "$root/tmp/source"
 for package in "$@"; do cp "$debs/${package}"_*.deb "$root/tmp/debs/"; done
-rm -f "$root"/tmp/debs/*-dbgsym_*.deb
 tar -C "$source" --exclude=./.git --exclude='./build*' --exclude='./obj-*' -cf - . | tar -C "$root/tmp/source" -xf -
 
 # The overlay becomes the root itself, so that everything there, down to the
