@@ -12,6 +12,8 @@ packages=(
   dpkg-dev file
   build-essential debhelper man-db groff-base
   python3
+  autopkgtest devscripts
+  reprotest faketime disorderfs locales sudo
 )
 
 missing=()

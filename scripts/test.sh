@@ -8,10 +8,13 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/install-deps.sh"
 
 "$top/scripts/build.sh" "$top/build"
-# The Debian packages for the install test (tests/install/), without their
-# debug-symbol packages and their own test run: neither is used there.
-DEB_BUILD_OPTIONS="nocheck noautodbgsym" "$top/scripts/build-packages.sh" "$top/build/packages"
-ctest --test-dir "$top/build" --output-on-failure -j "$(nproc)"
+# The Debian packages for the package checks (tests/install/, tests/packages/),
+# with the debug-symbol packages, in which the hardening check reads the
+# compiler's options, and without their own test run, which is unused there.
+DEB_BUILD_OPTIONS="nocheck" "$top/scripts/build-packages.sh" "$top/build/packages"
+# The reproducibility check builds the packages four times more; it runs
+# on its own (ctest -L reproducible).
+ctest --test-dir "$top/build" --output-on-failure -j "$(nproc)" -LE reproducible
 
 if [ "${VELA_SKIP_SANITIZE:-0}" != 1 ]; then
   "$top/scripts/build.sh" "$top/build-sanitize" -DVELA_SANITIZE=ON

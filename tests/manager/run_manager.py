@@ -6,7 +6,9 @@ fact (masked units, Wants= of targets, PartOf=, ReloadPropagatedFrom=,
 ExecStartPre=, the platform's drop-ins, warnings, log lines, programs run), must
 equal the expected file of that boot.
 
-usage: run_manager.py --build DIR --examples DIR ordinary|upgrade EXPECTED
+usage: run_manager.py (--build DIR | --generator PATH) --examples DIR ordinary|upgrade EXPECTED
+  --build: the generator of a build directory; --generator: an installed one,
+  which loads the libraries installed beside it.
 """
 import argparse
 import difflib
@@ -56,7 +58,9 @@ def facts_of_dump(dump, units):
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("--build", required=True)
+    where = parser.add_mutually_exclusive_group(required=True)
+    where.add_argument("--build")
+    where.add_argument("--generator")
     parser.add_argument("--examples", required=True)
     parser.add_argument("boot", choices=["ordinary", "upgrade"])
     parser.add_argument("expected")
@@ -67,12 +71,12 @@ def main():
         if options.boot == "upgrade":
             shutil.copytree(options.examples + "/upgrade", root, symlinks=True, dirs_exist_ok=True)
         os.makedirs(control + "/generators")
-        os.symlink(os.path.join(options.build, "generator", "vela-system-generator"),
-                   control + "/generators/vela-system-generator")
+        generator = options.generator or os.path.join(options.build, "generator", "vela-system-generator")
+        os.symlink(generator, control + "/generators/vela-system-generator")
         units = units_to_load(root)
         env = {"SYSTEMD_LOG_LEVEL": "debug", "SYSTEMD_GENERATOR_PATH": GENERATORS}
         _, dump, err, log = vela_sandbox.run(root, ["systemd-analyze", "verify", "--generators=yes", "--man=no"] + units,
-                                             ro_binds=[options.build], control=control, env=env, timeout=120)
+                                             ro_binds=[options.build] if options.build else [], control=control, env=env, timeout=120)
         programs = open(root + "/var/log/vela-migration.log").read() if os.path.exists(root + "/var/log/vela-migration.log") else ""
     facts = facts_of_dump(dump, units)
     facts += ["masked " + line[5:-11] for line in err.splitlines() if re.fullmatch(r"Unit \S+ is masked\.", line)]
