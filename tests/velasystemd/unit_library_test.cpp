@@ -224,11 +224,11 @@ TEST_F(UnitModelTest, EnableStatusSeesEveryChangeMadeAfterARead) {
     // An entry read and parsed, then made a mask, a link, a link elsewhere.
     Write("/srv/a/e.service", WANTED);
     Write("/srv/b/e.service", "[Unit]\n");
-    for (const auto& [target, status] : {std::pair<std::string, int>{"", 0}, {"/dev/null", 3}, {"/srv/b/e.service", 2},
-                                         {"/srv/a/e.service", 0}}) {
+    for (const auto& [target, expected] : {std::pair<std::string, int>{"", 0}, {"/dev/null", 3},
+                                           {"/srv/b/e.service", 2}, {"/srv/a/e.service", 0}}) {
         fs::remove(Path(ETC + "e.service"));
         Write(ETC + "e.service", target.empty() ? WANTED : target, !target.empty());
-        EXPECT_EQ(model.EnableStatusGet("e.service"), status) << "entry now " << target;
+        EXPECT_EQ(model.EnableStatusGet("e.service"), expected) << "entry now " << target;
     }
     // The directory stamped with the very tick of the read, then changed in it.
     Link(ETC + "multi-user.target.wants/e.service", "/srv/a/e.service");
