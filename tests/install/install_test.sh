@@ -2,10 +2,11 @@
 # Installs the built packages into a throwaway overlay of the host's root (a
 # tmpfs upper layer, in private mount and PID namespaces), lets systemd's own
 # loader run the generator from where the package put it on the example
-# platform, and purges the packages: nothing of theirs may be left behind.
+# platform, starts the installed preview, and purges the packages: nothing of
+# theirs may be left behind.
 # Usage: install_test.sh PACKAGE_DIR EXAMPLES_DIR. Exit status 77: skipped.
 set -euo pipefail
-PACKAGES=(vela-system-generator libvelasystemd7 libvelacore7)
+PACKAGES=(vela-system-generator vela-system-generator-tools libvelasystemd7 libvelacore7)
 # What dpkg, ldconfig and the manual-page index keep about every package.
 BOOKKEEPING='var/lib/dpkg|var/log|var/cache|etc/ld\.so\.cache'
 skip() { echo "SKIPPED: $*"; exit 77; }
@@ -64,6 +65,9 @@ for library in libvelasystemd.so.7 libvelacore.so.7; do
 done
 [ "$(chroot "$booted" man -w vela-system-generator)" = /usr/share/man/man8/vela-system-generator.8.gz ] ||
   fail "man finds no page vela-system-generator"
+[ "$(chroot "$booted" man -w vela-generator-preview)" = /usr/share/man/man8/vela-generator-preview.8.gz ] ||
+  fail "man finds no page vela-generator-preview"
+chroot "$booted" vela-generator-preview --help >/dev/null || fail "the installed preview does not start"
 umount -R "$booted"
 
 chroot "$root" dpkg --purge "${PACKAGES[@]}" >"$work/dpkg.log" 2>&1 || { cat "$work/dpkg.log"; fail "dpkg --purge"; }
