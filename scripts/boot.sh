@@ -47,37 +47,17 @@ readonly DROPPED_CAPABILITIES=-sys_module,-sys_time,-sys_rawio,-syslog,-wake_ala
 start_manager() {
   local tree=$1 build=$2 upgrade=$3 platform=$4 generator=$5 root=$1/root
   mount -t overlay overlay -o "lowerdir=/,upperdir=$tree/upper,workdir=$tree/work" "$root"
-  [ "$generator" = no ] || install_generator "$root" "$build"
-  install_example "$root" "$upgrade" "$platform"
+  install_example "$root" "$build" "$upgrade" "$platform" "$generator"
   mount_api_filesystems "$tree" "$root"
   exec chroot "$root" setpriv --bounding-set "$DROPPED_CAPABILITIES" \
     env -i container=vela-boot /lib/systemd/systemd "systemd.unit=$BOOT_TARGET" </dev/null
 }
 
-# Where a package puts them: the generator in systemd's generator directory,
-# the libraries in the multiarch library directory.
-install_generator() {
-  local root=$1 build=$2 generators libdir library
-  generators=$(pkg-config --variable=systemdsystemgeneratordir systemd)
-  libdir=/usr/lib/$(gcc -print-multiarch)
-  install -m 755 "$build/generator/vela-system-generator" "$root$generators/"
-  for library in velasystemd/libvelasystemd.so.7 velacore/libvelacore.so.7; do
-    install -m 644 "$build/platform/$library" "$root$libdir/"
-  done
-  ldconfig -r "$root"
-  # The build tree is the generator's run path: hidden, so that the generator
-  # loads the installed libraries, as on a system.
-  if [ -d "$root$build" ]; then
-    mount -t tmpfs -o ro,size=4k,mode=755 tmpfs "$root$build"
-  fi
-}
-
-# The example's /etc/systemd/system replaces the host's, so that only the
-# example's enable links count.
+# The platform tree, with examples/upgrade/ on top for an upgrade boot.
 install_example() {
-  local root=$1 upgrade=$2 platform=$3
-  rm -rf "$root/etc/systemd/system"
-  cp -a "$platform/." "$root/"
+  local root=$1 build=$2 upgrade=$3 platform=$4 generator=$5 without=()
+  [ "$generator" = yes ] || without=(--no-generator)
+  "$top/scripts/install-platform.sh" "$root" "$build" "$platform" "${without[@]}"
   if [ "$upgrade" = yes ]; then
     cp -a "$top/examples/upgrade/." "$root/"
   fi
