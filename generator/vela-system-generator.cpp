@@ -2,8 +2,6 @@
 // every reload of the service manager. The run: check the call, migrate the old
 // service configuration on an upgrade boot, list the units, run the five tasks
 // side by side in child processes, and wait for all of them.
-#include <malloc.h>
-
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -51,7 +49,6 @@ void PrintUsage(const char* programName) {
 // holds is one more that each of those forks copies and each exit tears down.
 void RunReasonTask(const std::string& earlyDir, UnitList& units) {
     UnitList().swap(units);
-    (void)malloc_trim(0);
     AddReasonDropIns(earlyDir);
 }
 

@@ -2,6 +2,7 @@
 // One shared drop-in holds the check, with the unit-name specifier left for
 // the service manager to expand, and is linked into each service's drop-in
 // directory, one child process per service.
+#include <malloc.h>
 #include <unistd.h>
 
 #include <map>
@@ -51,7 +52,10 @@ void AddReasonDropIns(const std::string& dir) {
         return;
     }
     // The drop-in is complete before the first link to it is made. A service
-    // whose child cannot be made stays unlinked until the next run.
+    // whose child cannot be made stays unlinked until the next run. Memory
+    // freed so far goes back to the system first: each page this process
+    // still holds is one more that every fork copies and every exit tears down.
+    (void)malloc_trim(0);
     for (const std::string& service : services) {
         const std::string dropInDir = DropInDirOf(dir, service);
         (void)RunInChild([&dropInDir, &reasonFile] {

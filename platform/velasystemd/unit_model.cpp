@@ -105,7 +105,6 @@ bool UnitModel::ListServicesWithReason(std::vector<std::string>& services) {
         const UnitFacts* facts = tree_.FactsOf(location);
         return facts && facts->policy_state() == PolicyState::PRESENT && facts->check_reason();
     });
-    (void)malloc_trim(0);
     return true;
 }
 
