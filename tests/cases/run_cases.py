@@ -47,14 +47,16 @@ TABLE = {"units", "reason", "support", "default", "packed", "belongs", "carries"
 LOG_LINE = re.compile(r"<11> vela-system-generator: ([\w.-]+):\d+ velasystemd: (.*)", re.S)
 
 
-def read_cases(path):
+def read_cases(path, keywords=DIRECTIVES | TABLE):
+    """The cases of a case file: each a title and its (keyword, rest) lines,
+    those before the first "case" first."""
     common, cases = [], []
     for line in open(path, encoding="utf-8"):
         line = line.rstrip("\n")
         if not line.strip() or line.startswith("#"):
             continue
         word, _, rest = line.partition(" ")
-        if word not in DIRECTIVES | TABLE:
+        if word not in keywords:
             raise SystemExit(f"{path}: unknown keyword in: {line}")
         if word == "case":
             cases.append({"title": rest, "lines": list(common)})

@@ -37,7 +37,13 @@ import subprocess
 import sys
 import tempfile
 
+sys.dont_write_bytecode = True  # nothing lands in the source tree
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "cases"))
+from run_cases import read_cases  # noqa: E402
+
 PREVIEW = "preview/vela-generator-preview"
+KEYWORDS = {"case", "upgrade", "live", "booted", "write", "write-host", "chmod", "remove", "run", "interrupt",
+            "unprivileged", "host-unchanged", "exit", "out", "absent", "err", "json"}
 # Trees that other programs on the host change on their own.
 VOLATILE = ("/var/log", "/var/cache", "/var/lib/apt", "/var/lib/dpkg", "/var/lib/systemd", "/var/tmp", "/run/user")
 # The image of every case but the live ones, at $W/root.
@@ -49,20 +55,6 @@ chroot "$R" /lib/systemd/system-generators/vela-system-generator \
   /run/systemd/generator /run/systemd/generator.early /run/systemd/generator.late 2>/dev/null
 umount "$R/proc"
 """
-
-
-def read_cases(path):
-    common, cases = [], []
-    for line in open(path, encoding="utf-8"):
-        line = line.rstrip("\n")
-        if not line.strip() or line.startswith("#"):
-            continue
-        word, _, rest = line.partition(" ")
-        if word == "case":
-            cases.append({"title": rest, "lines": list(common)})
-        else:
-            (cases[-1]["lines"] if cases else common).append((word, rest))
-    return cases
 
 
 # The built generator for previews of the live system, as $GENERATOR. The
@@ -209,7 +201,7 @@ def main():
         return 77
     passed = failed = 0
     for path in options.case_files:
-        for case in read_cases(path):
+        for case in read_cases(path, KEYWORDS):
             problems = run_case(case, options)
             if problems:
                 failed += 1
